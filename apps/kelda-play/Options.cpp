@@ -1,0 +1,125 @@
+#include "Options.h"
+
+#include <cmath>
+#include <cstdio>
+#include <sstream>
+
+#include <CLI/CLI.hpp>
+
+namespace keldaPlay {
+
+namespace {
+
+constexpr int usageError = 2;
+
+audioUtils::PcmFormat parseFormat(const std::string& name)
+{
+    audioUtils::PcmFormat format{};
+    if (!audioUtils::fromString(format, name)) {
+        std::string known;
+        for (const audioUtils::PcmFormat each : audioUtils::getAllPcmFormats()) {
+            known += std::string(" ") + audioUtils::toString(each);
+        }
+        throw CLI::ValidationError("--format", "unknown format " + name + ", known are" + known);
+    }
+    return format;
+}
+
+Gap parseGap(const std::string& text)
+{
+    Gap gap;
+    char colon = 0;
+    std::istringstream in(text);
+    if (!(in >> gap.atSeconds >> colon >> gap.milliseconds) || colon != ':' || !in.eof() ||
+        gap.atSeconds < 0 || gap.milliseconds <= 0) {
+        throw CLI::ValidationError("--gap", "not AT:MS (seconds, milliseconds): " + text);
+    }
+    return gap;
+}
+
+void addDeviceOptions(CLI::App& app, Options& options)
+{
+    app.add_option("--device", options.device, "Output device")->capture_default_str();
+    app.add_option("--rate", options.rate, "Sample rate of the device in Hz [the files' rate]")
+        ->check(CLI::Range(1U, 6'144'000U));
+    app.add_option_function<std::string>(
+        "--format", [&options](const std::string& name) { options.format = parseFormat(name); },
+        "Sample format of the device, e.g. S16LE, S24_32LE, F32LE\n"
+        "[S16LE for files of up to 16 bits, S32LE otherwise]");
+    const CLI::Range frames(std::uint64_t{1}, std::uint64_t{1} << 24);
+    app.add_option("--period", options.period, "Frames that the device takes at a time [10 ms]")
+        ->check(frames);
+    app.add_option("--buffer", options.buffer, "Frames that the device holds [8 periods]")
+        ->check(frames);
+    app.add_option("--start-threshold", options.startThreshold,
+                   "Frames buffered before the device starts [the buffer]")
+        ->check(frames);
+}
+
+void addStreamOptions(CLI::App& app, Options& options)
+{
+    app.add_option("--queue-ms", options.queueMs, "Capacity of the queue in ms")
+        ->check(CLI::Range(1U, 60'000U))
+        ->capture_default_str();
+    app.add_option("--packet-ms", options.packetMs, "Length of the producer's packets in ms")
+        ->check(CLI::Range(1U, 1000U))
+        ->capture_default_str();
+    app.add_option("--duration", options.durationSeconds, "Stop after so many seconds of audio")
+        ->check(CLI::PositiveNumber);
+    app.add_flag("--loop", options.loop, "Start over at the end of the last file");
+}
+
+void addDisturbances(CLI::App& app, Options& options)
+{
+    app.add_option("--jitter", options.jitterMs,
+                   "Put every packet's timestamp off by up to +-MS at random")
+        ->check(CLI::Range(0.0, 1000.0))
+        ->option_text("MS");
+    app.add_option("--seed", options.seed, "Start of the random numbers")->capture_default_str();
+    app.add_option_function<std::vector<std::string>>(
+           "--gap",
+           [&options](const std::vector<std::string>& texts) {
+               for (const std::string& text : texts) {
+                   options.gaps.push_back(parseGap(text));
+               }
+           },
+           "Lose MS milliseconds of audio at AT seconds; may be repeated")
+        ->option_text("AT:MS")
+        ->allow_extra_args(false);
+}
+
+void addOutputs(CLI::App& app, Options& options)
+{
+    app.add_option("--record", options.recordPath, "Write what reaches the device to a WAV file")
+        ->option_text("OUT.wav");
+    app.add_option("--trace", options.tracePath, "Write a row a block to a CSV file")
+        ->option_text("OUT.csv");
+    app.add_option("--log-level", options.logLevel, "What the library logs to standard error")
+        ->check(CLI::IsMember({"trace", "debug", "info", "warn", "error"}))
+        ->capture_default_str();
+}
+
+} // namespace
+
+std::optional<int> parseOptions(int argc, char** argv, Options& options)
+{
+    CLI::App app("Plays WAV, FLAC and Ogg files in time, through a timestamped queue.",
+                 "kelda-play");
+    app.set_version_flag("--version", "kelda-play " KELDA_VERSION);
+    app.add_option("FILE", options.files, "Played one after the other, without a gap")->required();
+    addDeviceOptions(app, options);
+    addStreamOptions(app, options);
+    addDisturbances(app, options);
+    addOutputs(app, options);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::Success& success) {
+        return app.exit(success);
+    } catch (const CLI::ParseError& error) {
+        std::fprintf(stderr, "kelda-play: %s\n", error.what());
+        return usageError;
+    }
+    return std::nullopt;
+}
+
+} // namespace keldaPlay

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "audioUtils/PcmDataStructures.h"
+
+namespace keldaPlay {
+
+/// A piece of audio that never arrives, as if packets had been lost.
+struct Gap
+{
+    double atSeconds = 0;
+    double milliseconds = 0;
+};
+
+/// What the user asks for; geometry in frames, and 0 or empty where the player chooses.
+struct Options
+{
+    std::vector<std::string> files;
+
+    std::string device = "fake";
+    unsigned int rate = 0; // Hz
+    std::optional<audioUtils::PcmFormat> format;
+    std::uint64_t buffer = 0;
+    std::uint64_t period = 0;
+    std::uint64_t startThreshold = 0;
+
+    unsigned int queueMs = 500;
+    unsigned int packetMs = 10;
+    std::optional<double> durationSeconds;
+    bool loop = false;
+
+    double jitterMs = 0;
+    unsigned int seed = 1;
+    std::vector<Gap> gaps;
+
+    std::string recordPath;
+    std::string tracePath;
+    std::string logLevel = "warn";
+};
+
+/// Reads the command line.
+///
+/// @return the status to exit with, after --help, --version or an error (which has been told on one
+///         line of standard error); nothing when the program is to go on.
+[[nodiscard]] std::optional<int> parseOptions(int argc, char** argv, Options& options);
+
+} // namespace keldaPlay

@@ -1,0 +1,276 @@
+#include "Player.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cmath>
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <thread>
+
+#include <log4cplus/consoleappender.h>
+#include <log4cplus/initializer.h>
+#include <log4cplus/layout.h>
+#include <log4cplus/logger.h>
+
+#include "Journal.h"
+#include "Playlist.h"
+#include "Producer.h"
+#include "Recorder.h"
+#include "Renderer.h"
+#include "Statistics.h"
+#include "StatusLine.h"
+#include "Trace.h"
+#include "audioUtils/PcmQueue.h"
+#include "audioUtils/device/FakeOutputDevice.h"
+
+namespace keldaPlay {
+
+using audioUtils::OutputDevice;
+using miscUtils::TimeValue;
+
+namespace {
+
+constexpr TimeValue nanosecondsPerMillisecond = 1'000'000;
+
+void logToStandardError(const std::string& level)
+{
+    using namespace log4cplus;
+    const SharedAppenderPtr appender(new ConsoleAppender(true, true));
+    appender->setLayout(std::make_unique<PatternLayout>("%d{%H:%M:%S.%q} %-5p %c: %m%n"));
+    std::string upperCase = level;
+    std::ranges::transform(upperCase, upperCase.begin(),
+                           [](char c) { return static_cast<char>(std::toupper(c)); });
+    Logger root = Logger::getRoot();
+    root.addAppender(appender);
+    root.setLogLevel(getLogLevelManager().fromString(upperCase));
+}
+
+/// The signals that end playing; blocked in this thread and those that it starts, and taken by
+/// waitFor() alone.
+class EndSignals
+{
+public:
+    EndSignals()
+    {
+        sigemptyset(&m_signals);
+        sigaddset(&m_signals, SIGINT);
+        sigaddset(&m_signals, SIGTERM);
+        pthread_sigmask(SIG_BLOCK, &m_signals, &m_previous);
+    }
+    ~EndSignals() { pthread_sigmask(SIG_SETMASK, &m_previous, nullptr); }
+    EndSignals(const EndSignals&) = delete;
+    EndSignals& operator=(const EndSignals&) = delete;
+
+    [[nodiscard]] bool waitFor(TimeValue nanoseconds) const
+    {
+        const timespec timeout{0, static_cast<long>(nanoseconds)};
+        return sigtimedwait(&m_signals, nullptr, &timeout) > 0;
+    }
+
+private:
+    sigset_t m_signals{};
+    sigset_t m_previous{};
+};
+
+std::unique_ptr<OutputDevice> createDevice(const std::string& name)
+{
+    if (name != "fake") {
+        throw std::runtime_error("unknown device " + name + ", known are: fake");
+    }
+    return std::make_unique<audioUtils::FakeOutputDevice>();
+}
+
+void openDevice(OutputDevice& device, const Options& options, const Playlist& playlist,
+                audioUtils::PcmFormat format)
+{
+    if (options.rate != 0 && options.rate != playlist.rate()) {
+        throw std::runtime_error("the files have " + std::to_string(playlist.rate()) +
+                                 " Hz, not the device's " + std::to_string(options.rate) +
+                                 " Hz, and nothing here converts sample rates");
+    }
+    const auto orElse = [](std::uint64_t asked, std::uint64_t otherwise) {
+        return asked != 0 ? asked : otherwise;
+    };
+    const std::uint64_t period = orElse(options.period, std::max(1U, playlist.rate() / 100));
+    const std::uint64_t buffer = orElse(options.buffer, 8 * period);
+    const std::uint64_t startThreshold = orElse(options.startThreshold, buffer);
+    if (!device.open(options.device, format, playlist.rate(), playlist.numChannels(), buffer,
+                     period, startThreshold, false, "")) {
+        throw std::runtime_error("device " + options.device + " can't be opened");
+    }
+}
+
+void configureQueue(audioUtils::PcmQueue& queue, const Options& options, const OutputDevice& device)
+{
+    // Two timestamps may lie twice the jitter apart, and the filter is off by a part of it: less
+    // than three times the jitter is no jump.
+    const auto jitter = static_cast<TimeValue>(std::llround(options.jitterMs * 1e6));
+    const TimeValue jumpThreshold = std::max(20 * nanosecondsPerMillisecond, 3 * jitter);
+    const TimeValue filterMaxError = std::max(10 * nanosecondsPerMillisecond, 3 * jitter);
+    queue.configure(true, options.queueMs, device.sampleRate(), device.numChannels(),
+                    device.numBytesPerSample(), "kelda-play", true, jumpThreshold, filterMaxError);
+}
+
+// The first frame is due when the device is full and the producer has had time for some packets.
+StreamClock startClock(const OutputDevice& device)
+{
+    constexpr TimeValue lead = 100 * nanosecondsPerMillisecond;
+    const TimeValue full = device.bufferSize() * 1'000'000'000 / device.sampleRate();
+    return StreamClock(miscUtils::getMonotonicRawSysclockTime() + full + lead, device.sampleRate());
+}
+
+SampleLayout checkedLayout(audioUtils::PcmFormat format)
+{
+    const auto layout = layoutOf(format);
+    if (!layout) {
+        throw std::runtime_error(std::string("format ") + audioUtils::toString(format) +
+                                 " can't be played");
+    }
+    return *layout;
+}
+
+/// The two threads between the files and the device, and what the main thread does meanwhile.
+class Session
+{
+public:
+    explicit Session(const Options& options)
+        : m_options(options),
+          m_playlist(options.files, options.loop),
+          m_format(options.format.value_or(m_playlist.fitsInto16Bits() ? audioUtils::S16LE
+                                                                       : audioUtils::S32LE)),
+          m_layout(checkedLayout(m_format)),
+          m_device(createDevice(options.device))
+    {
+        openDevice(*m_device, options, m_playlist, m_format);
+        configureQueue(m_queue, options, *m_device);
+        if (options.durationSeconds) {
+            m_playlist.limit(static_cast<std::uint64_t>(
+                std::llround(*options.durationSeconds * m_playlist.rate())));
+        }
+        if (!options.recordPath.empty()) {
+            m_recorder.emplace(options.recordPath, m_layout, m_device->sampleRate(),
+                               m_device->numChannels());
+        }
+        if (!options.tracePath.empty()) {
+            m_trace.emplace(options.tracePath);
+        }
+    }
+
+    [[nodiscard]] int run()
+    {
+        printStart();
+        Producer producer(m_playlist, m_layout, m_queue, m_options);
+        Renderer renderer(m_queue, *m_device, m_recorder ? &*m_recorder : nullptr, m_journal);
+        std::exception_ptr producerError;
+
+        std::thread producerThread([&] {
+            try {
+                producer.run(startClock(*m_device));
+            } catch (...) {
+                producerError = std::current_exception();
+                m_queue.drain(); // what was decoded is played
+            }
+            renderer.stop();
+        });
+        std::thread rendererThread([&] { renderer.run(); });
+        watch(renderer);
+        m_queue.abortWrite(); // the renderer may have ended before the producer
+        producerThread.join();
+        rendererThread.join();
+
+        m_device->drain();
+        m_device->close();
+        printEnd();
+        if (producerError) {
+            std::rethrow_exception(producerError);
+        }
+        return checkedResult();
+    }
+
+private:
+    void printStart() const
+    {
+        std::printf("%s: %u Hz, %u channel%s, %s, period %lu, buffer %lu, start %lu frames\n",
+                    m_options.device.c_str(), m_device->sampleRate(), m_device->numChannels(),
+                    m_device->numChannels() == 1 ? "" : "s", audioUtils::toString(m_format),
+                    m_device->periodSize(), m_device->bufferSize(), m_device->startThreshold());
+        std::fflush(stdout);
+    }
+
+    void watch(const Renderer& renderer)
+    {
+        while (!renderer.hasEnded()) {
+            if (m_signals.waitFor(50 * nanosecondsPerMillisecond)) {
+                m_queue.abortWrite();
+            }
+            evaluate();
+        }
+    }
+
+    void evaluate()
+    {
+        for (const BlockRecord& record : m_journal.take()) {
+            m_statistics.add(record);
+            if (m_trace) {
+                m_trace->write(record);
+            }
+            m_last = record;
+        }
+        if (m_statistics.blocks() > 0) {
+            m_status.show(m_statistics, m_last);
+        }
+    }
+
+    void printEnd()
+    {
+        evaluate();
+        m_status.end();
+        std::printf("%s", m_statistics.summary(m_device->sampleRate()).c_str());
+        std::fflush(stdout);
+    }
+
+    [[nodiscard]] int checkedResult()
+    {
+        if (m_last.result != OutputDevice::Success && m_last.result != OutputDevice::Underrun) {
+            throw std::runtime_error("device " + m_options.device + " failed for good (" +
+                                     std::to_string(m_last.result) + ")");
+        }
+        if (m_recorder && !m_recorder->isComplete()) {
+            throw std::runtime_error(m_options.recordPath + ": not all could be written");
+        }
+        if (m_trace && !m_trace->isComplete()) {
+            throw std::runtime_error(m_options.tracePath + ": not all could be written");
+        }
+        return 0;
+    }
+
+    const Options& m_options;
+    EndSignals m_signals;
+    Playlist m_playlist;
+    audioUtils::PcmFormat m_format;
+    SampleLayout m_layout;
+    std::unique_ptr<OutputDevice> m_device;
+    audioUtils::PcmQueue m_queue;
+    std::optional<Recorder> m_recorder;
+    std::optional<Trace> m_trace;
+    Journal m_journal;
+    Statistics m_statistics;
+    BlockRecord m_last;
+    StatusLine m_status{m_playlist.rate()};
+};
+
+} // namespace
+
+int play(const Options& options)
+{
+    const log4cplus::Initializer logging;
+    logToStandardError(options.logLevel);
+    Session session(options);
+    return session.run();
+}
+
+} // namespace keldaPlay

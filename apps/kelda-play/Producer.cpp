@@ -1,0 +1,61 @@
+#include "Producer.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace keldaPlay {
+
+using miscUtils::TimeValue;
+
+namespace {
+
+std::uniform_int_distribution<miscUtils::TimeValueDelta> within(double milliseconds)
+{
+    const auto largest = static_cast<miscUtils::TimeValueDelta>(std::llround(milliseconds * 1e6));
+    return std::uniform_int_distribution<miscUtils::TimeValueDelta>(-largest, largest);
+}
+
+} // namespace
+
+Producer::Producer(Playlist& playlist, const SampleLayout& layout, audioUtils::PcmQueue& queue,
+                   const Options& options)
+    : m_playlist(playlist),
+      m_layout(layout),
+      m_queue(queue),
+      m_gaps(options.gaps, playlist.rate()),
+      m_random(options.seed),
+      m_jitter(within(options.jitterMs)),
+      m_bytesPerFrame(static_cast<std::size_t>(layout.bytes) * playlist.numChannels()),
+      m_packet(std::max<std::size_t>(1, playlist.rate() * std::size_t{options.packetMs} / 1000) *
+               m_bytesPerFrame)
+{
+}
+
+void Producer::run(const StreamClock& clock)
+{
+    std::uint64_t position = 0;
+    for (;;) {
+        const Gaps::Piece piece = m_gaps.pieceAt(position);
+        const std::size_t numFrames =
+            std::min<std::uint64_t>(piece.numFrames, m_packet.size() / m_bytesPerFrame);
+        const std::span packet = std::span(m_packet).first(numFrames * m_bytesPerFrame);
+
+        const std::size_t decoded = m_playlist.read(m_layout, packet);
+        if (decoded == 0) {
+            break;
+        }
+        if (!piece.lost && !m_queue.write(stamped(clock.ptsOf(position)),
+                                          packet.first(decoded * m_bytesPerFrame))) {
+            break;
+        }
+        position += decoded;
+    }
+    m_queue.drain();
+}
+
+TimeValue Producer::stamped(TimeValue pts)
+{
+    return pts + static_cast<TimeValue>(m_jitter(m_random));
+}
+
+} // namespace keldaPlay

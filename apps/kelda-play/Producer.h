@@ -1,0 +1,41 @@
+#pragma once
+
+#include <cstdint>
+#include <random>
+#include <vector>
+
+#include "Gaps.h"
+#include "Options.h"
+#include "Playlist.h"
+#include "StreamClock.h"
+#include "audioUtils/PcmQueue.h"
+
+namespace keldaPlay {
+
+/// Decodes the playlist, stamps every packet and feeds the queue: the source of the stream, with
+/// the faults that the user asked for.
+class Producer
+{
+public:
+    Producer(Playlist& playlist, const SampleLayout& layout, audioUtils::PcmQueue& queue,
+             const Options& options);
+
+    /// Returns when the queue has played out, or was aborted.
+    ///
+    /// @param clock of the stream that starts now
+    void run(const StreamClock& clock);
+
+private:
+    [[nodiscard]] miscUtils::TimeValue stamped(miscUtils::TimeValue pts);
+
+    Playlist& m_playlist;
+    SampleLayout m_layout;
+    audioUtils::PcmQueue& m_queue;
+    Gaps m_gaps;
+    std::mt19937_64 m_random;
+    std::uniform_int_distribution<miscUtils::TimeValueDelta> m_jitter;
+    std::size_t m_bytesPerFrame;
+    std::vector<unsigned char> m_packet;
+};
+
+} // namespace keldaPlay

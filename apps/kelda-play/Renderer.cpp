@@ -1,0 +1,71 @@
+#include "Renderer.h"
+
+#include <algorithm>
+#include <utility>
+
+#include <sys/prctl.h>
+
+namespace keldaPlay {
+
+using audioUtils::OutputDevice;
+using miscUtils::getMonotonicRawSysclockTime;
+using miscUtils::TimeValue;
+
+Renderer::Renderer(audioUtils::PcmQueue& queue, OutputDevice& device, Recorder* recorder,
+                   Journal& journal)
+    : m_queue(queue),
+      m_device(device),
+      m_recorder(recorder),
+      m_journal(journal),
+      m_numFrames(device.periodSize()),
+      m_bytesPerFrame(std::size_t{device.numChannels()} * device.numBytesPerSample()),
+      m_block(m_numFrames * m_bytesPerFrame)
+{
+}
+
+void Renderer::run()
+{
+    // Sleeps may end 50 us late by default, to save power: that would be a part of every due time.
+    prctl(PR_SET_TIMERSLACK, 1UL);
+    while (!m_stopped && renderBlock()) {
+    }
+    m_ended = true;
+}
+
+// The whole of playing in time.
+bool Renderer::renderBlock()
+{
+    BlockRecord record;
+    record.deviceDelay = m_device.getCompensatedRenderingDelay();
+    record.dueTime = getMonotonicRawSysclockTime() + static_cast<TimeValue>(record.deviceDelay);
+
+    const std::size_t framesRead = m_queue.read(record.dueTime, m_block, record.delta);
+    padFrom(framesRead);
+    record.result = m_device.write(m_block.data(), m_numFrames);
+
+    report(record, framesRead);
+    return record.result == OutputDevice::Success || record.result == OutputDevice::Underrun;
+}
+
+// The queue leaves what it can't fill as it was.
+void Renderer::padFrom(std::size_t frame)
+{
+    std::fill(m_block.data() + frame * m_bytesPerFrame, m_block.data() + m_block.size(), 0);
+}
+
+void Renderer::report(BlockRecord record, std::size_t framesRead)
+{
+    const audioUtils::PcmQueueCounters before = std::exchange(m_counters, m_queue.counters());
+    record.numFrames = m_numFrames;
+    record.queueFill = m_queue.bufferedDuration(miscUtils::NoTimeValue);
+    record.silenceFrames = m_counters.silenceFrames - before.silenceFrames;
+    record.insertedFrames = m_counters.insertedFrames - before.insertedFrames;
+    record.skippedFrames = m_counters.skippedFrames - before.skippedFrames;
+    record.paddedFrames = m_numFrames - framesRead;
+    m_journal.append(record);
+    if (m_recorder != nullptr) {
+        m_recorder->write(m_block);
+    }
+}
+
+} // namespace keldaPlay

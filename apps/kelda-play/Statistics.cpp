@@ -1,0 +1,62 @@
+#include "Statistics.h"
+
+#include <array>
+#include <cmath>
+#include <cstdio>
+#include <utility>
+
+namespace keldaPlay {
+
+void Statistics::add(const BlockRecord& record)
+{
+    const bool started = m_dataFrames > 0;
+    ++m_blocks;
+    m_dataFrames += record.dataFrames();
+    m_silenceFrames += record.silenceFrames;
+    m_insertedFrames += record.insertedFrames;
+    m_skippedFrames += record.skippedFrames;
+    m_underruns += record.result == audioUtils::OutputDevice::Underrun ? 1 : 0;
+    if (record.dataFrames() > 0) {
+        m_paddedFrames += std::exchange(m_paddingInDoubt, 0);
+    }
+    if (m_dataFrames > 0) {
+        m_paddingInDoubt += record.paddedFrames;
+    }
+    if (!started || record.dataFrames() == 0) {
+        return; // there was nothing to be in time with
+    }
+    const double error = static_cast<double>(record.delta) / 1000;
+    ++m_errors;
+    m_sumOfErrors += error;
+    m_sumOfSquares += error * error;
+    m_worstError = std::abs(error) > std::abs(m_worstError) ? error : m_worstError;
+}
+
+double Statistics::meanError() const
+{
+    return m_errors > 0 ? m_sumOfErrors / static_cast<double>(m_errors) : 0;
+}
+
+double Statistics::rmsError() const
+{
+    return m_errors > 0 ? std::sqrt(m_sumOfSquares / static_cast<double>(m_errors)) : 0;
+}
+
+std::string Statistics::summary(unsigned int sampleRate) const
+{
+    const auto seconds = [sampleRate](std::uint64_t frames) {
+        return static_cast<double>(frames) / sampleRate;
+    };
+    std::array<char, 512> text{};
+    std::snprintf(text.data(), text.size(),
+                  "played        %.3f s in %lu blocks\n"
+                  "silence       %.3f s before the audio, %lu frames in gaps\n"
+                  "lost          %lu frames skipped, %lu missing, %lu underruns\n"
+                  "timing error  mean %.1f us, rms %.1f us, worst %.1f us\n",
+                  seconds(m_dataFrames), m_blocks, seconds(m_silenceFrames), m_insertedFrames,
+                  m_skippedFrames, m_paddedFrames, m_underruns, meanError(), rmsError(),
+                  m_worstError);
+    return text.data();
+}
+
+} // namespace keldaPlay

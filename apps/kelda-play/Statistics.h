@@ -1,0 +1,48 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "Journal.h"
+
+namespace keldaPlay {
+
+/// The sum of all blocks.
+class Statistics
+{
+public:
+    void add(const BlockRecord& record);
+
+    [[nodiscard]] std::uint64_t blocks() const { return m_blocks; }
+    [[nodiscard]] std::uint64_t dataFrames() const { return m_dataFrames; }
+    [[nodiscard]] std::uint64_t silenceFrames() const { return m_silenceFrames; }
+    [[nodiscard]] std::uint64_t insertedFrames() const { return m_insertedFrames; }
+    [[nodiscard]] std::uint64_t skippedFrames() const { return m_skippedFrames; }
+    /// What was missing between the first and the last frame of the audio.
+    [[nodiscard]] std::uint64_t paddedFrames() const { return m_paddedFrames; }
+    [[nodiscard]] std::uint64_t underruns() const { return m_underruns; }
+
+    /// Timing errors of the blocks that go on with the audio of the block before, in µs.
+    [[nodiscard]] double meanError() const;
+    [[nodiscard]] double rmsError() const;
+    [[nodiscard]] double worstError() const { return m_worstError; }
+
+    /// The lines at the end of playing.
+    [[nodiscard]] std::string summary(unsigned int sampleRate) const;
+
+private:
+    std::uint64_t m_blocks = 0;
+    std::uint64_t m_dataFrames = 0;
+    std::uint64_t m_silenceFrames = 0;
+    std::uint64_t m_insertedFrames = 0;
+    std::uint64_t m_skippedFrames = 0;
+    std::uint64_t m_paddedFrames = 0;
+    std::uint64_t m_paddingInDoubt = 0; // a loss if audio follows, else the end of the stream
+    std::uint64_t m_underruns = 0;
+    std::uint64_t m_errors = 0;
+    double m_sumOfErrors = 0;
+    double m_sumOfSquares = 0;
+    double m_worstError = 0;
+};
+
+} // namespace keldaPlay

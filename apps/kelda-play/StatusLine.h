@@ -1,0 +1,36 @@
+#pragma once
+
+#include <chrono>
+#include <string>
+
+#include "Journal.h"
+#include "Statistics.h"
+
+namespace keldaPlay {
+
+/// How playing goes, on standard output: one line that is drawn again and again on a terminal,
+/// a line a second elsewhere.
+class StatusLine
+{
+public:
+    explicit StatusLine(unsigned int sampleRate);
+
+    void show(const Statistics& statistics, const BlockRecord& last);
+
+    /// Leaves a terminal's line as it stands, so that what follows starts on one of its own.
+    void end();
+
+    /// "00:03.2  queue 480 ms  delay 80.0 ms  error +12 us  underruns 0"
+    [[nodiscard]] static std::string text(unsigned int sampleRate, const Statistics& statistics,
+                                          const BlockRecord& last);
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    unsigned int m_sampleRate;
+    bool m_terminal;
+    bool m_drawn = false;
+    Clock::time_point m_next = Clock::now();
+};
+
+} // namespace keldaPlay

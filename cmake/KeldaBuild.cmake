@@ -1,0 +1,67 @@
+# What every target of this project shares: language level, warnings, sanitizers,
+# output folders, and the way a shared library of ours is made.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+
+if(NOT CMAKE_BUILD_TYPE)
+  set(CMAKE_BUILD_TYPE RelWithDebInfo CACHE STRING "Build type" FORCE)
+endif()
+
+set(KELDA_SANITIZERS "" CACHE STRING "Sanitizers for every target, e.g. address,undefined")
+option(KELDA_COVERAGE "Instrument every target for gcov" OFF)
+option(KELDA_WARNINGS_AS_ERRORS "Fail the build on any warning" ON)
+
+find_package(PkgConfig REQUIRED)
+find_package(Threads REQUIRED)
+pkg_check_modules(log4cplus REQUIRED IMPORTED_TARGET log4cplus)
+pkg_check_modules(alsa REQUIRED IMPORTED_TARGET alsa)
+
+# Assertions are part of the interface and abort in every build type.
+foreach(type RELEASE RELWITHDEBINFO MINSIZEREL)
+  string(REPLACE "-DNDEBUG" "" CMAKE_CXX_FLAGS_${type} "${CMAKE_CXX_FLAGS_${type}}")
+endforeach()
+
+add_library(kelda_options INTERFACE)
+target_compile_options(kelda_options INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion
+  $<$<BOOL:${KELDA_WARNINGS_AS_ERRORS}>:-Werror>
+  $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>
+  -UNDEBUG)
+if(KELDA_SANITIZERS)
+  target_compile_options(kelda_options INTERFACE
+    -fsanitize=${KELDA_SANITIZERS} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(kelda_options INTERFACE -fsanitize=${KELDA_SANITIZERS})
+endif()
+if(KELDA_COVERAGE)
+  target_compile_options(kelda_options INTERFACE --coverage -fprofile-update=atomic)
+  target_link_options(kelda_options INTERFACE --coverage)
+endif()
+
+# kelda_library(NAME SOURCES ... PUBLIC ... PRIVATE ...)
+#
+# The shared library libkelda_NAME.so with the alias target kelda::NAME. It exports what its
+# headers mark with KELDA_EXPORT and its map file NAME/exports.map lets through; the map keeps
+# back the standard library's template instantiations, which visibility flags alone do not hide.
+function(kelda_library name)
+  cmake_parse_arguments(arg "" "" "SOURCES;PUBLIC;PRIVATE" ${ARGN})
+  set(target kelda_${name})
+  set(map ${CMAKE_CURRENT_SOURCE_DIR}/${name}/exports.map)
+  list(TRANSFORM arg_SOURCES PREPEND ${name}/)
+  add_library(${target} SHARED ${arg_SOURCES})
+  add_library(kelda::${name} ALIAS ${target})
+  target_include_directories(${target} PUBLIC $<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}>)
+  target_link_libraries(${target} PUBLIC ${arg_PUBLIC} PRIVATE kelda_options ${arg_PRIVATE})
+  # A library of ours may call its own functions directly, inlined too.
+  target_compile_options(${target} PRIVATE -fno-semantic-interposition)
+  target_link_options(${target} PRIVATE LINKER:--version-script=${map} LINKER:--no-undefined-version
+    $<$<NOT:$<BOOL:${KELDA_SANITIZERS}>>:LINKER:--no-undefined>)
+  set_target_properties(${target} PROPERTIES
+    VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR} LINK_DEPENDS ${map})
+endfunction()

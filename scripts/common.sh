@@ -1,0 +1,36 @@
+# What the scripts share; sourced, not run. Changes to the project's folder, $root; the caller's
+# stays in $caller.
+
+set -eu
+caller=$PWD
+root=$(cd "$(dirname "$0")/.." && pwd)
+cd "$root"
+
+say() { printf '%s\n' "$*" >&2; }
+
+# install_missing [ci]: installs what scripts/packages lists and the machine lacks; does nothing,
+# and needs no rights, when all is there.
+install_missing() {
+    missing=
+    for package in $(awk -v ci="${1:-}" '/^[^#]/ && ($2 == "" || $2 == ci) { print $1 }' scripts/packages); do
+        dpkg-query -W -f '${Status}' "$package" 2>/dev/null | grep -q 'ok installed' ||
+            missing="$missing $package"
+    done
+    [ -n "$missing" ] || return 0
+
+    sudo=
+    if [ "$(id -u)" -ne 0 ]; then
+        command -v sudo >/dev/null || { say "Missing packages, and neither root nor sudo:$missing"; exit 1; }
+        sudo=sudo
+    fi
+    say "Installing:$missing"
+    $sudo apt-get -qq update >&2
+    # shellcheck disable=SC2086 # one word a package is meant
+    $sudo env DEBIAN_FRONTEND=noninteractive apt-get -qq install -y --no-install-recommends $missing >&2
+}
+
+# build PRESET [TARGET]: configures and builds one of the presets of CMakePresets.json. What it
+# prints goes to standard error: standard output belongs to the program that is built.
+build() {
+    { cmake --preset "$1" && cmake --build --preset "$1" ${2:+--target "$2"}; } >&2
+}

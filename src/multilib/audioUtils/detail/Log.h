@@ -1,0 +1,22 @@
+#pragma once
+
+#include <log4cplus/logger.h>
+#include <log4cplus/loggingmacros.h>
+
+/// Logs a message, streamed together with << and built only when the level is enabled:
+///
+///     KELDA_LOG(logger, WARN, "Period of " << periodSize << " frames refused");
+///
+/// It does what LOG4CPLUS_WARN does but for one thing: that macro copies the logger first, and the
+/// two atomic operations on the logger's reference count, for a message that nobody reads, cost as
+/// much as copying a block of audio.
+#define KELDA_LOG(logger, level, message)                                                          \
+    do {                                                                                           \
+        if ((logger).isEnabledFor(log4cplus::level##_LOG_LEVEL)) [[unlikely]] {                    \
+            log4cplus::tostringstream& text = log4cplus::detail::get_macro_body_oss();             \
+            text << message;                                                                       \
+            log4cplus::detail::macro_forced_log((logger), log4cplus::level##_LOG_LEVEL,            \
+                                                text.str(), __FILE__, __LINE__,                    \
+                                                __PRETTY_FUNCTION__);                              \
+        }                                                                                          \
+    } while (false)

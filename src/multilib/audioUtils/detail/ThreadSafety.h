@@ -1,0 +1,67 @@
+#pragma once
+
+// A mutex and a condition variable that clang's -Wthread-safety can check. Private to the library:
+// programs see these types only as members of the classes that they use.
+
+#include <condition_variable>
+#include <mutex>
+
+#if defined(__clang__)
+#define KELDA_THREAD_ANNOTATION(x) __attribute__((x))
+#else
+#define KELDA_THREAD_ANNOTATION(x)
+#endif
+
+#define KELDA_CAPABILITY(name) KELDA_THREAD_ANNOTATION(capability(name))
+#define KELDA_SCOPED_CAPABILITY KELDA_THREAD_ANNOTATION(scoped_lockable)
+#define KELDA_GUARDED_BY(mutex) KELDA_THREAD_ANNOTATION(guarded_by(mutex))
+#define KELDA_REQUIRES(...) KELDA_THREAD_ANNOTATION(requires_capability(__VA_ARGS__))
+#define KELDA_EXCLUDES(...) KELDA_THREAD_ANNOTATION(locks_excluded(__VA_ARGS__))
+#define KELDA_ACQUIRE(...) KELDA_THREAD_ANNOTATION(acquire_capability(__VA_ARGS__))
+#define KELDA_RELEASE(...) KELDA_THREAD_ANNOTATION(release_capability(__VA_ARGS__))
+#define KELDA_NO_THREAD_SAFETY_ANALYSIS KELDA_THREAD_ANNOTATION(no_thread_safety_analysis)
+
+namespace audioUtils::detail {
+
+class KELDA_CAPABILITY("mutex") Mutex
+{
+public:
+    /// Throws std::system_error when the system refuses the lock.
+    void lock() KELDA_ACQUIRE() { m_mutex.lock(); }
+    void unlock() KELDA_RELEASE() { m_mutex.unlock(); }
+
+private:
+    friend class Condition;
+    std::mutex m_mutex;
+};
+
+class KELDA_SCOPED_CAPABILITY ScopedLock
+{
+public:
+    explicit ScopedLock(Mutex& mutex) KELDA_ACQUIRE(mutex) : m_mutex(mutex) { m_mutex.lock(); }
+    ~ScopedLock() KELDA_RELEASE() { m_mutex.unlock(); }
+    ScopedLock(const ScopedLock&) = delete;
+    ScopedLock& operator=(const ScopedLock&) = delete;
+
+private:
+    Mutex& m_mutex;
+};
+
+class Condition
+{
+public:
+    /// Gives the mutex up while waiting. Wakes spuriously: always check what was waited for.
+    void wait(Mutex& mutex) KELDA_REQUIRES(mutex)
+    {
+        std::unique_lock lock(mutex.m_mutex, std::adopt_lock);
+        m_condition.wait(lock);
+        lock.release(); // it stays locked, and the caller's
+    }
+
+    void notifyAll() { m_condition.notify_all(); }
+
+private:
+    std::condition_variable m_condition;
+};
+
+} // namespace audioUtils::detail

@@ -1,0 +1,7 @@
+#include "audioUtils/device/OutputDevice.h"
+
+namespace audioUtils {
+
+OutputDevice::~OutputDevice() = default;
+
+} // namespace audioUtils

@@ -1,0 +1,149 @@
+#pragma once
+
+#include <concepts>
+#include <cstddef>
+#include <initializer_list>
+#include <iosfwd>
+#include <map>
+#include <optional>
+#include <string>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include "miscUtils/Export.h"
+
+namespace miscUtils {
+
+class Variant;
+
+/// The kind of value that a Variant holds. The numbers are part of the interface.
+enum class VariantType : int {
+    Invalid = 0, ///< no value, e.g. what VariantHash::get returns for a missing key
+    Integer = 1, ///< 64-bit signed
+    String = 2,
+    Array = 6,
+    Hash = 7,
+};
+
+/// Prints "invalid", "integer", "string", "array" or "hash".
+KELDA_EXPORT std::ostream& operator<<(std::ostream& out, VariantType type);
+
+/// An ordered sequence of Variants.
+class KELDA_EXPORT VariantArray
+{
+public:
+    using value_type = Variant;
+    using const_iterator = std::vector<Variant>::const_iterator;
+
+    VariantArray();
+    VariantArray(const VariantArray& other);
+    VariantArray(VariantArray&& other) noexcept;
+    VariantArray& operator=(const VariantArray& other);
+    VariantArray& operator=(VariantArray&& other) noexcept;
+    ~VariantArray();
+
+    /// Adds a value behind the last one.
+    void append(Variant value);
+
+    [[nodiscard]] const_iterator begin() const;
+    [[nodiscard]] const_iterator end() const;
+    [[nodiscard]] std::size_t size() const;
+    [[nodiscard]] bool empty() const;
+
+    KELDA_EXPORT friend bool operator==(const VariantArray& a, const VariantArray& b);
+
+private:
+    std::vector<Variant> m_values;
+};
+
+/// A map from keys to Variants, ordered by key.
+class KELDA_EXPORT VariantHash
+{
+public:
+    using const_iterator = std::map<std::string, Variant>::const_iterator;
+
+    VariantHash();
+    /// Of a key that occurs twice the first value is kept.
+    VariantHash(std::initializer_list<std::pair<const std::string, Variant>> entries);
+    VariantHash(const VariantHash& other);
+    VariantHash(VariantHash&& other) noexcept;
+    VariantHash& operator=(const VariantHash& other);
+    VariantHash& operator=(VariantHash&& other) noexcept;
+    ~VariantHash();
+
+    [[nodiscard]] bool contains(const std::string& key) const;
+
+    /// The value of a key, or an invalid Variant where there is none. Never inserts or throws.
+    [[nodiscard]] const Variant& get(const std::string& key) const;
+
+    /// The value of a key, for changing it; an absent key is inserted with an invalid Variant.
+    Variant& operator[](const std::string& key);
+
+    [[nodiscard]] const_iterator begin() const;
+    [[nodiscard]] const_iterator end() const;
+    [[nodiscard]] std::size_t size() const;
+    [[nodiscard]] bool empty() const;
+
+    KELDA_EXPORT friend bool operator==(const VariantHash& a, const VariantHash& b);
+
+private:
+    std::map<std::string, Variant> m_values;
+};
+
+/// A dynamic value: nothing, an integer, a string, an array or a hash. The serialised form of
+/// descriptions and configurations.
+///
+/// A plain value: copies are deep, and one object belongs to one thread at a time.
+class KELDA_EXPORT Variant
+{
+public:
+    /// An invalid value.
+    Variant();
+    Variant(long value);
+    /// Every other integer that fits into 64 signed bits without loss.
+    template<std::integral Integer>
+        requires(!std::same_as<Integer, bool> &&
+                 (std::signed_integral<Integer> || sizeof(Integer) < sizeof(long)))
+    Variant(Integer value) : Variant(static_cast<long>(value))
+    {}
+    /// A string; a null pointer gives an invalid value.
+    Variant(const char* value);
+    Variant(std::string value);
+    Variant(VariantArray value);
+    Variant(VariantHash value);
+    /// Neither truth values nor null have a kind of their own here.
+    Variant(bool) = delete;
+    Variant(std::nullptr_t) = delete;
+
+    Variant(const Variant& other);
+    /// Leaves `other` invalid or holding an unspecified value of its kind.
+    Variant(Variant&& other) noexcept;
+    Variant& operator=(const Variant& other);
+    Variant& operator=(Variant&& other) noexcept;
+    ~Variant();
+
+    [[nodiscard]] VariantType getType() const;
+    /// False for a value of kind Invalid only.
+    [[nodiscard]] bool isValid() const;
+
+    /// The integer; empty for every other kind (strings of digits are not converted).
+    [[nodiscard]] std::optional<long> asInteger() const;
+    /// The string; empty for every other kind.
+    [[nodiscard]] std::optional<std::string> asString() const;
+    /// The array; an empty one for every other kind.
+    [[nodiscard]] const VariantArray& asArray() const;
+    /// The hash; an empty one for every other kind.
+    [[nodiscard]] const VariantHash& asHash() const;
+
+    /// Equal in kind and value, containers element by element.
+    KELDA_EXPORT friend bool operator==(const Variant& a, const Variant& b);
+
+private:
+    std::variant<std::monostate, long, std::string, VariantArray, VariantHash> m_value;
+};
+
+/// Prints the value on one line, e.g. {"max": 8, "names": ["a", "b"]}.
+KELDA_EXPORT std::ostream& operator<<(std::ostream& out, const Variant& value);
+
+} // namespace miscUtils

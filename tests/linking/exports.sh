@@ -1,0 +1,15 @@
+#!/bin/sh
+# exports.sh LIBRARY NAMESPACE: fails when the library offers anything but its public names.
+set -eu
+names=$(nm --dynamic --defined-only --demangle "$1" | cut -d' ' -f3-)
+printf '%s\n' "$names" | grep -q "^$2::" || { echo "$1 exports nothing"; exit 1; }
+
+others=$(printf '%s\n' "$names" |
+    grep -vE "^((vtable|typeinfo|typeinfo name) for )?$2::|^dbglog_scopedFunction" || true)
+private=$(printf '%s\n' "$names" | grep -E '::(detail|\(anonymous namespace\))::' || true)
+# Of the classes' private helpers none is seen either; two stand for all.
+helpers=$(printf '%s\n' "$names" | grep -E '::(alignWrite|Instant|updateConfiguration)' || true)
+[ -z "$others$private$helpers" ] || {
+    printf '%s exports more than its public names:\n%s\n' "$1" "$others$private$helpers"
+    exit 1
+}
