@@ -1,0 +1,412 @@
+// kelda-play itself, as a user runs it: real files, real time, what it prints and leaves behind.
+
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <numeric>
+#include <sstream>
+#include <thread>
+
+#include <gmock/gmock.h>
+#include <sndfile.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+using testing::AllOf;
+using testing::Each;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Lt;
+using testing::MatchesRegex;
+using testing::Not;
+using testing::StartsWith;
+
+namespace {
+
+const std::string recording = "/usr/share/sounds/alsa/Front_Center.wav";
+// A device that half a second of other work on this machine does not let run dry.
+const std::string patient = " --period 480 --buffer 24000 ";
+
+struct Sound
+{
+    SF_INFO info{};
+    std::vector<double> samples;
+
+    [[nodiscard]] std::size_t frames() const { return static_cast<std::size_t>(info.frames); }
+};
+
+Sound load(const std::string& path)
+{
+    Sound sound;
+    SNDFILE* file = sf_open(path.c_str(), SFM_READ, &sound.info);
+    if (file == nullptr) {
+        ADD_FAILURE() << path << ": " << sf_strerror(nullptr);
+        return sound;
+    }
+    sound.samples.resize(sound.frames() * static_cast<std::size_t>(sound.info.channels));
+    EXPECT_EQ(sf_readf_double(file, sound.samples.data(), sound.info.frames), sound.info.frames);
+    sf_close(file);
+    return sound;
+}
+
+/// Writes an exactly reproducible stereo noise with a quiet sine on top.
+void createSound(const std::string& path, int format, sf_count_t frames)
+{
+    SF_INFO info{};
+    info.samplerate = 48000;
+    info.channels = 2;
+    info.format = format;
+    SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
+    ASSERT_NE(file, nullptr) << sf_strerror(nullptr);
+    std::vector<double> samples(static_cast<std::size_t>(frames) * 2);
+    unsigned int random = 1;
+    for (double& sample : samples) {
+        random = random * 1664525U + 1013904223U;
+        sample = random / 4294967296.0 * 1.4 - 0.7;
+    }
+    EXPECT_EQ(sf_writef_double(file, samples.data(), frames), frames);
+    sf_close(file);
+}
+
+struct TraceRow
+{
+    std::uint64_t due, fill, frames, silence, inserted, skipped, padded, underruns;
+    std::int64_t delta, delay;
+
+    [[nodiscard]] std::uint64_t data() const { return frames - silence - padded; }
+};
+
+class PlayTest : public testing::Test
+{
+protected:
+    PlayTest() { std::filesystem::create_directory(folder); }
+    ~PlayTest() override { std::filesystem::remove_all(folder); }
+
+    [[nodiscard]] std::string path(const std::string& name) const { return folder / name; }
+
+    /// Runs the player to its end; the arguments are a shell's.
+    int play(const std::string& arguments, const std::string& before = "")
+    {
+        const std::string command = before + KELDA_PLAY " " + arguments + " >" + path("out") +
+                                    " 2>" + path("err") + " </dev/null";
+        return finish(std::system(command.c_str()));
+    }
+
+    int finish(int status)
+    {
+        out = read("out");
+        err = read("err");
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+    }
+
+    /// Starts the player, sends it a signal after a while, and waits for its end.
+    int interrupt(const std::string& arguments, int signal)
+    {
+        const std::string command = "exec " KELDA_PLAY " " + arguments + " >" + path("out") +
+                                    " 2>" + path("err") + " </dev/null";
+        const char* argv[] = {"sh", "-c", command.c_str(), nullptr};
+        pid_t process = 0;
+        EXPECT_EQ(
+            posix_spawn(&process, "/bin/sh", nullptr, nullptr, const_cast<char**>(argv), environ),
+            0);
+        std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+        const auto before = std::chrono::steady_clock::now();
+        kill(process, signal);
+        int status = 0;
+        waitpid(process, &status, 0);
+        latency = std::chrono::steady_clock::now() - before;
+        return finish(status);
+    }
+
+    [[nodiscard]] std::string read(const std::string& name) const
+    {
+        std::ostringstream text;
+        text << std::ifstream(path(name)).rdbuf();
+        return text.str();
+    }
+
+    [[nodiscard]] std::vector<TraceRow> trace() const
+    {
+        std::istringstream lines(read("t.csv"));
+        std::string line;
+        std::getline(lines, line);
+        EXPECT_EQ(line, "due_time_ns,delta_ns,queue_fill_ns,device_delay_ns,frames,silence_frames,"
+                        "inserted_frames,skipped_frames,padded_frames,underruns");
+        std::vector<TraceRow> rows;
+        while (std::getline(lines, line)) {
+            std::replace(line.begin(), line.end(), ',', ' ');
+            std::istringstream in(line);
+            TraceRow row{};
+            in >> row.due >> row.delta >> row.fill >> row.delay >> row.frames >> row.silence >>
+                row.inserted >> row.skipped >> row.padded >> row.underruns;
+            EXPECT_TRUE(in && in.eof()) << line;
+            rows.push_back(row);
+        }
+        return rows;
+    }
+
+    /// What the device was given from the first frame of the stream on, cut to so many frames.
+    [[nodiscard]] Sound recorded(std::size_t frames) const
+    {
+        Sound sound = load(path("r.wav"));
+        std::size_t lead = 0;
+        for (const TraceRow& row : trace()) {
+            if (row.data() > 0) {
+                lead += row.silence;
+                break;
+            }
+            lead += row.frames;
+        }
+        const auto channels = static_cast<std::size_t>(sound.info.channels);
+        EXPECT_GE(sound.samples.size(), (lead + frames) * channels);
+        const auto begin = sound.samples.begin() + static_cast<std::ptrdiff_t>(lead * channels);
+        EXPECT_THAT(std::vector<double>(sound.samples.begin(), begin), Each(0.0));
+        const auto end = begin + static_cast<std::ptrdiff_t>(frames * channels);
+        EXPECT_THAT(std::vector<double>(end, sound.samples.end()), Each(0.0));
+        sound.samples = std::vector<double>(begin, end);
+        return sound;
+    }
+
+    [[nodiscard]] std::string outputs() const
+    {
+        return " --record " + path("r.wav") + " --trace " + path("t.csv") + " ";
+    }
+
+    const std::filesystem::path folder =
+        std::filesystem::temp_directory_path() / ("kelda-play-test-" + std::to_string(getpid()));
+    std::string out;
+    std::string err;
+    std::chrono::duration<double> latency{};
+};
+
+std::size_t numLines(const std::string& text)
+{
+    return static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
+}
+
+} // namespace
+
+TEST_F(PlayTest, PlaysARecordingFrameForFrame)
+{
+    ASSERT_EQ(play(patient + outputs() + recording), 0) << err;
+    const Sound original = load(recording);
+    EXPECT_TRUE(recorded(original.frames()).samples == original.samples);
+    EXPECT_THAT(err, IsEmpty());
+    EXPECT_THAT(out, StartsWith("fake: 48000 Hz, 1 channel, S16LE, period 480, buffer 24000, "
+                                "start 24000 frames\n"));
+    EXPECT_THAT(out, HasSubstr("\nplayed        1.428 s in "));
+    EXPECT_THAT(out, HasSubstr("\nlost          0 frames skipped, 0 missing, 0 underruns\n"));
+    EXPECT_THAT(out, HasSubstr("\ntiming error  mean "));
+}
+
+TEST_F(PlayTest, TellsWithoutATerminalHowItGoesInPlainLines)
+{
+    ASSERT_EQ(play(patient + "--duration 1.5 --loop " + recording), 0) << err;
+    EXPECT_THAT(out, Not(HasSubstr("\r")));
+    EXPECT_THAT(out, Not(HasSubstr("\033")));
+    EXPECT_THAT(out, HasSubstr("  queue 500 ms  delay 500.0 ms  error "));
+}
+
+TEST_F(PlayTest, RedrawsOneLineOnATerminal)
+{
+    const std::string command = "script -qfec '" KELDA_PLAY + patient + recording +
+                                "' /dev/null >" + path("out") + " 2>" + path("err") + " </dev/null";
+    ASSERT_EQ(finish(std::system(command.c_str())), 0) << err << out;
+    EXPECT_GT(std::count(out.begin(), out.end(), '\r'), 10);
+    EXPECT_THAT(out, HasSubstr("\033[K"));
+    EXPECT_EQ(numLines(out), 6U) << "start, status, and four of the summary:\n" << out;
+}
+
+TEST_F(PlayTest, DecodesFlacOggAndFloatFiles)
+{
+    const struct
+    {
+        const char* name;
+        int format;
+        const char* option;
+        const char* sampleFormat;
+        double tolerance; // Vorbis is decoded to doubles here and to floats there
+    } files[] = {{"a.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_24, "", "S32LE", 0},
+                 {"a.ogg", SF_FORMAT_OGG | SF_FORMAT_VORBIS, "--format F32LE ", "F32LE", 1e-6},
+                 {"a.wav", SF_FORMAT_WAV | SF_FORMAT_FLOAT, "--format F32BE ", "F32BE", 0}};
+    for (const auto& [name, format, option, sampleFormat, tolerance] : files) {
+        createSound(path(name), format, 12'345);
+        ASSERT_EQ(play(patient + outputs() + option + path(name)), 0) << err;
+        EXPECT_THAT(out, HasSubstr(sampleFormat)) << name;
+        const Sound original = load(path(name));
+        const Sound heard = recorded(original.frames());
+        ASSERT_EQ(heard.samples.size(), original.samples.size()) << name;
+        double worst = 0;
+        for (std::size_t i = 0; i < heard.samples.size(); ++i) {
+            worst = std::max(worst, std::abs(heard.samples[i] - original.samples[i]));
+        }
+        EXPECT_LE(worst, tolerance) << name;
+    }
+}
+
+TEST_F(PlayTest, KeepsEveryBitInEveryIntegerFormatThatHasThem)
+{
+    createSound(path("a.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_24, 4800);
+    const Sound original = load(path("a.wav"));
+    for (const std::string format : {"S24LE", "S24BE", "S24_32LE", "S24_32BE", "S32BE"}) {
+        ASSERT_EQ(
+            play(" --period 480 --buffer 9600 --format " + format + outputs() + path("a.wav")), 0)
+            << err;
+        EXPECT_TRUE(recorded(original.frames()).samples == original.samples) << format;
+    }
+}
+
+TEST_F(PlayTest, PlaysFilesWithoutAGapBetweenThem)
+{
+    createSound(path("a.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 5001);
+    createSound(path("b.flac"), SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 7003);
+    ASSERT_EQ(play(patient + outputs() + path("a.wav") + " " + path("b.flac")), 0) << err;
+    std::vector<double> expected = load(path("a.wav")).samples;
+    const Sound second = load(path("b.flac"));
+    expected.insert(expected.end(), second.samples.begin(), second.samples.end());
+    EXPECT_TRUE(recorded(5001 + 7003).samples == expected);
+}
+
+TEST_F(PlayTest, LoopsAndEndsAfterTheDurationOnItsFrame)
+{
+    createSound(path("a.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 5000);
+    ASSERT_EQ(play(patient + outputs() + "--loop --duration 0.25 " + path("a.wav")), 0) << err;
+    const Sound original = load(path("a.wav"));
+    const Sound heard = recorded(12'000);
+    for (std::size_t i = 0; i < heard.samples.size(); ++i) {
+        ASSERT_EQ(heard.samples[i], original.samples[i % original.samples.size()]) << i;
+    }
+}
+
+TEST_F(PlayTest, FillsALossWithSilenceOfItsLength)
+{
+    createSound(path("a.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 40'000);
+    ASSERT_EQ(play(patient + outputs() + "--gap 0.3005:100 " + path("a.wav")), 0) << err;
+    Sound expected = load(path("a.wav"));
+    std::fill(expected.samples.begin() + 2 * 14'424, expected.samples.begin() + 2 * 19'224, 0.0);
+    EXPECT_TRUE(recorded(expected.frames()).samples == expected.samples);
+    EXPECT_THAT(err, HasSubstr("WARN  PcmQueue: kelda-play: Pts jump of 100.000000 ms detected. "
+                               "Inserting 4800 silence frames\n"));
+    EXPECT_THAT(out, HasSubstr("4800 frames in gaps\n"));
+    EXPECT_THAT(out, HasSubstr("0 frames skipped, 0 missing"));
+}
+
+TEST_F(PlayTest, KeepsTimeWithJitteringTimestamps)
+{
+    ASSERT_EQ(play(patient + outputs() + "--jitter 3 " + recording), 0) << err;
+    const Sound original = load(recording);
+    EXPECT_TRUE(recorded(original.frames()).samples == original.samples) << "not a frame less";
+}
+
+TEST_F(PlayTest, TracesEveryBlock)
+{
+    ASSERT_EQ(play(patient + outputs() + recording), 0) << err;
+    const std::vector<TraceRow> rows = trace();
+    const Sound device = load(path("r.wav"));
+    std::uint64_t frames = 0;
+    std::uint64_t data = 0;
+    std::uint64_t lastDue = 0;
+    for (const TraceRow& row : rows) {
+        frames += row.frames;
+        data += row.data();
+        EXPECT_GT(row.due, lastDue);
+        lastDue = row.due;
+        EXPECT_EQ(row.frames, 480U);
+        EXPECT_LE(row.fill, 500'000'000U);
+        EXPECT_LE(row.delay, 500'000'000);
+        EXPECT_EQ(row.skipped + row.inserted + row.underruns, 0U);
+    }
+    EXPECT_EQ(frames, device.frames());
+    EXPECT_EQ(data, load(recording).frames());
+}
+
+TEST_F(PlayTest, EndsCleanlyOnCtrlC)
+{
+    for (const int signal : {SIGINT, SIGTERM}) {
+        EXPECT_EQ(interrupt(patient + outputs() + "--loop " + recording, signal), 0) << err;
+        EXPECT_LT(latency.count(), 5) << "s; it has not played to the end";
+        EXPECT_THAT(out, HasSubstr("\nplayed "));
+        EXPECT_THAT(out, HasSubstr("\ntiming error "));
+        EXPECT_GT(load(path("r.wav")).frames(), 48000U) << "the recording is whole";
+    }
+}
+
+TEST_F(PlayTest, TellsInOneLineWhatIsWrong)
+{
+    createSound(path("a.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 480);
+    std::ofstream(path("text.wav")) << "no sound";
+    const struct
+    {
+        std::string arguments;
+        const char* message;
+    } cases[] = {
+        {"", "FILE is required"},
+        {"/nowhere/a.wav", "/nowhere/a.wav: "},
+        {path("text.wav"), "text.wav: "},
+        {path(""), ": "},
+        {path("a.wav") + " " + recording, "Front_Center.wav: has 1 channels at 48000 Hz, but "},
+        {"--format S16XX " + path("a.wav"), "unknown format S16XX, known are S16LE S16BE "},
+        {"--format F64LE " + path("a.wav"), "format F64LE can't be played"},
+        {"--device hw:7 " + path("a.wav"), "unknown device hw:7, known are: fake"},
+        {"--rate 44100 " + path("a.wav"), "the files have 48000 Hz, not the device's 44100 Hz"},
+        {"--rate 0 " + path("a.wav"), "--rate: "},
+        {"--period 0 " + path("a.wav"), "--period: "},
+        {"--buffer -1 " + path("a.wav"), "--buffer"},
+        {"--queue-ms 0 " + path("a.wav"), "--queue-ms: "},
+        {"--duration 0 " + path("a.wav"), "--duration: "},
+        {"--jitter -1 " + path("a.wav"), "--jitter: "},
+        {"--gap 5 " + path("a.wav"), "--gap: not AT:MS (seconds, milliseconds): 5"},
+        {"--gap 5:x " + path("a.wav"), "--gap: not AT:MS"},
+        {"--log-level loud " + path("a.wav"), "--log-level: "},
+        {"--record /nowhere/r.wav " + path("a.wav"), "/nowhere/r.wav: "},
+        {"--trace /nowhere/t.csv " + path("a.wav"), "/nowhere/t.csv: No such file or directory"},
+        {"--no-such-option " + path("a.wav"), "--no-such-option"},
+    };
+    for (const auto& [arguments, message] : cases) {
+        EXPECT_THAT(play(arguments), testing::AnyOf(1, 2)) << arguments;
+        EXPECT_THAT(err, AllOf(StartsWith("kelda-play: "), HasSubstr(message), EndsWith("\n")));
+        EXPECT_EQ(numLines(err), 1U) << arguments << ": " << err;
+        EXPECT_THAT(out, IsEmpty()) << arguments;
+    }
+}
+
+TEST_F(PlayTest, SaysWhenWhatItWritesIsNotWhole)
+{
+    EXPECT_EQ(play(" --period 480 --buffer 9600 --trace /dev/full " + recording), 1);
+    EXPECT_EQ(err, "kelda-play: /dev/full: not all could be written\n");
+}
+
+TEST_F(PlayTest, TellsItsVersionAndHelp)
+{
+    EXPECT_EQ(play("--version"), 0);
+    EXPECT_THAT(out, MatchesRegex("kelda-play [0-9]+\\.[0-9]+\\.[0-9]+\n"));
+    EXPECT_EQ(play("--help"), 0);
+    for (const char* option :
+         {"--device", "--rate", "--format", "--buffer", "--period", "--start-threshold",
+          "--queue-ms", "--duration", "--loop", "--jitter", "--gap", "--record", "--trace",
+          "--log-level", "--version", "--help"}) {
+        EXPECT_THAT(out, HasSubstr(option));
+    }
+    EXPECT_THAT(err, IsEmpty());
+}
+
+TEST_F(PlayTest, LogsWhatIsAskedFor)
+{
+    createSound(path("a.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 480);
+    ASSERT_EQ(play("--log-level debug " + path("a.wav")), 0) << err;
+    EXPECT_THAT(err, HasSubstr("DEBUG PcmQueue: kelda-play: Configured queue:"));
+    ASSERT_EQ(play("--log-level info " + path("a.wav")), 0) << err;
+    EXPECT_THAT(err, Not(HasSubstr("DEBUG")));
+    EXPECT_THAT(err, HasSubstr("INFO  PcmQueue: kelda-play: Buffer is empty, startPts = "));
+}
+
+TEST_F(PlayTest, PlaysAnEmptyFile)
+{
+    createSound(path("a.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 0);
+    EXPECT_EQ(play("--loop " + path("a.wav")), 0) << err;
+    EXPECT_THAT(out, HasSubstr("played        0.000 s"));
+}
