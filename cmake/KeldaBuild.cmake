@@ -60,8 +60,10 @@ function(kelda_library name)
   target_link_libraries(${target} PUBLIC ${arg_PUBLIC} PRIVATE kelda_options ${arg_PRIVATE})
   # A library of ours may call its own functions directly, inlined too.
   target_compile_options(${target} PRIVATE -fno-semantic-interposition)
-  target_link_options(${target} PRIVATE LINKER:--version-script=${map} LINKER:--no-undefined-version
-    $<$<NOT:$<BOOL:${KELDA_SANITIZERS}>>:LINKER:--no-undefined>)
+  target_link_options(${target} PRIVATE LINKER:--version-script=${map})
+  if(NOT KELDA_SANITIZERS) # their runtime is in the program
+    target_link_options(${target} PRIVATE LINKER:--no-undefined)
+  endif()
   set_target_properties(${target} PROPERTIES
     VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR} LINK_DEPENDS ${map})
 endfunction()
