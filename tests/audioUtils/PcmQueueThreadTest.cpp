@@ -63,8 +63,8 @@ protected:
     std::future<bool> blockedWrite()
     {
         fill();
-        auto written = std::async(std::launch::async, [this] {
-            return queue->write(start + 100 * ms, Bytes(10 * bytesPerMs, 2));
+        auto written = std::async(std::launch::async, [&target = *queue] {
+            return target.write(start + 100 * ms, Bytes(10 * bytesPerMs, 2));
         });
         EXPECT_TRUE(isBlocked(written));
         return written;
@@ -72,7 +72,7 @@ protected:
 
     std::future<void> blockedDrain()
     {
-        auto drained = std::async(std::launch::async, [this] { queue->drain(); });
+        auto drained = std::async(std::launch::async, [&target = *queue] { target.drain(); });
         EXPECT_TRUE(isBlocked(drained));
         return drained;
     }
