@@ -19,6 +19,11 @@ struct Row
     const char* alsaName;
 };
 
+void PrintTo(const Row& row, std::ostream* out)
+{
+    *out << row.name;
+}
+
 constexpr Row rows[] = {
     {0, "S16LE", 2, 2, "S16_LE"},       {1, "S16BE", 2, 3, "S16_BE"},
     {2, "S24LE", 3, 32, "S24_3LE"},     {3, "S24BE", 3, 33, "S24_3BE"},

@@ -33,6 +33,11 @@ struct Stream
     TimeValue jumpThreshold;
 };
 
+void PrintTo(const Stream& stream, std::ostream* out)
+{
+    *out << stream.name;
+}
+
 class PcmQueueModelTest : public testing::TestWithParam<std::tuple<Stream, unsigned int>>
 {
 protected:

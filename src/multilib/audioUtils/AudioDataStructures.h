@@ -13,7 +13,9 @@ namespace audioUtils {
 [[nodiscard]] KELDA_EXPORT const std::string& opaqueAudioType(); ///< "opaque": neither of the two
 
 /// The type of getDefaultChannelMask: empty, a tag without behaviour.
-struct DefaultChannelMask {};
+struct DefaultChannelMask
+{
+};
 
 /// A tag that callers may name; the library itself never reads it.
 KELDA_EXPORT extern const DefaultChannelMask getDefaultChannelMask;

@@ -10,7 +10,8 @@ namespace audioUtils {
 
 namespace {
 
-struct PcmFormatRecord {
+struct PcmFormatRecord
+{
     PcmFormat format;
     std::int32_t alsaFormat;
     std::string name;

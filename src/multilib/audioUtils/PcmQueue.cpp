@@ -75,10 +75,11 @@ void PcmQueue::configure(bool timestampingEnabled, std::size_t maxFillLevelInMS,
     m_numChannels = channels;
     m_bytesPerSample = numBytesPerSample;
     m_bytesPerFrame = channels * numBytesPerSample;
-    m_bytesPerSecond = channels * numBytesPerSample * sampleRate; // 32-bit product, on purpose
+    const std::uint32_t bytesPerSecond = m_bytesPerFrame * sampleRate; // in 32 bits, on purpose
+    m_bytesPerSecond = bytesPerSecond;
     m_bytesToFrames = {1, m_bytesPerFrame};
-    m_bytesToDuration = {nanosecondsPerSecond, static_cast<std::uint32_t>(m_bytesPerSecond)};
-    m_durationToBytes = {static_cast<std::uint32_t>(m_bytesPerSecond), nanosecondsPerSecond};
+    m_bytesToDuration = {nanosecondsPerSecond, bytesPerSecond};
+    m_durationToBytes = {bytesPerSecond, nanosecondsPerSecond};
     m_ptsJumpThreshold = ptsJumpThreshold;
     m_name = name;
     m_readSynced = false;

@@ -1,8 +1,7 @@
 #include "miscUtils/TimeValue.h"
 
+#include <ctime>
 #include <limits>
-
-#include <time.h>
 
 namespace miscUtils {
 

@@ -44,9 +44,10 @@ bool operator==(const VariantArray& a, const VariantArray& b)
 }
 
 VariantHash::VariantHash() = default;
-VariantHash::VariantHash(std::initializer_list<std::pair<const std::string, Variant>> entries) :
-    m_values(entries)
-{}
+VariantHash::VariantHash(std::initializer_list<std::pair<const std::string, Variant>> entries)
+    : m_values(entries)
+{
+}
 VariantHash::VariantHash(const VariantHash& other) = default;
 VariantHash::VariantHash(VariantHash&& other) noexcept = default;
 VariantHash& VariantHash::operator=(const VariantHash& other) = default;

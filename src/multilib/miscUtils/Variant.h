@@ -103,10 +103,12 @@ public:
     Variant(long value);
     /// Every other integer that fits into 64 signed bits without loss.
     template<std::integral Integer>
-        requires(!std::same_as<Integer, bool> &&
-                 (std::signed_integral<Integer> || sizeof(Integer) < sizeof(long)))
-    Variant(Integer value) : Variant(static_cast<long>(value))
-    {}
+    requires(!std::same_as<Integer, bool> &&
+             (std::signed_integral<Integer> || sizeof(Integer) < sizeof(long)))
+        Variant(Integer value)
+        : Variant(static_cast<long>(value))
+    {
+    }
     /// A string; a null pointer gives an invalid value.
     Variant(const char* value);
     Variant(std::string value);

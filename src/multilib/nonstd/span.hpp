@@ -1,5 +1,6 @@
 #pragma once
-#pragma GCC system_header // #include_next is an extension, but the one way to ask "is it installed?"
+#pragma GCC                                                                                        \
+    system_header // #include_next is an extension, but the one way to ask "is it installed?"
 
 // The view type of the buffer interfaces. Where the span-lite package is installed its own header
 // serves; elsewhere this alias of std::span stands in for it.

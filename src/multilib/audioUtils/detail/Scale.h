@@ -22,10 +22,12 @@ public:
 
     /// @param numerator   below 2³²
     /// @param denominator below 2³²; with 0 there is no ratio, and every result is 0
-    constexpr Scale(std::uint32_t numerator, std::uint32_t denominator) :
-        m_scaled(denominator == 0 ? 0 : (static_cast<Wide>(numerator) << 64) / denominator + 1),
-        m_numerator(numerator), m_denominator(denominator)
-    {}
+    constexpr Scale(std::uint32_t numerator, std::uint32_t denominator)
+        : m_scaled(denominator == 0 ? 0 : (static_cast<Wide>(numerator) << 64) / denominator + 1),
+          m_numerator(numerator),
+          m_denominator(denominator)
+    {
+    }
 
     /// A result beyond 64 bits is the largest value.
     [[nodiscard]] constexpr std::uint64_t operator()(std::uint64_t value) const
