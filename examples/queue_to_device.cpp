@@ -2,36 +2,38 @@
 #include "audioUtils/device/FakeOutputDevice.h"
 #include <algorithm>
 #include <atomic>
+#include <log4cplus/configurator.h>
 #include <thread>
 
 using audioUtils::TimeValue;
 
 int main()
 {
+    log4cplus::BasicConfigurator::doConfigure(); // where log lines go is the program's choice
+    log4cplus::Logger::getRoot().setLogLevel(log4cplus::WARN_LOG_LEVEL);
+
     audioUtils::FakeOutputDevice device; // 48 kHz, 16-bit stereo: 4 bytes a frame
     if (!device.open("speaker", audioUtils::S16LE, 48000, 2, 1920, 480, 960, false, ""))
-        return 1; // the log tells why
-
+        return 1;
     audioUtils::PcmQueue queue; // 200 ms; jumps above 20 ms, smoothing below 10 ms
     queue.configure(true, 200, 48000, 2, 2, "example", true, 20'000'000, 10'000'000);
 
     std::atomic<bool> finished = false;
     std::thread producer([&] {
         const TimeValue start = miscUtils::getMonotonicRawSysclockTime() + 100'000'000;
-        std::vector<unsigned char> packet(480 * 4, 1);
+        const std::vector<unsigned char> packet(480 * 4, 1);
         for (TimeValue n = 0; n < 50; ++n)
-            queue.write(start + n * 10'000'000, packet); // when it is to be heard; blocks when full
+            queue.write(start + n * 10'000'000, packet); // with the time when it is to be heard
         queue.drain();
         finished = true;
     });
-
     std::vector<unsigned char> block(480 * 4);
     while (!finished) {
         const auto delay = static_cast<TimeValue>(device.getCompensatedRenderingDelay());
         const TimeValue due = miscUtils::getMonotonicRawSysclockTime() + delay;
         const std::size_t frames = queue.read(due, block); // what is to be heard then
-        std::fill(block.data() + frames * 4, block.data() + block.size(), 0); // pad an underrun
-        device.write(block.data(), 480);                                      // paces this loop
+        std::fill(block.begin() + static_cast<long>(frames) * 4, block.end(), 0); // pad an underrun
+        device.write(block.data(), 480);                                          // paces this loop
     }
     producer.join();
     device.drain();

@@ -24,9 +24,13 @@ install_missing() {
         sudo=sudo
     fi
     say "Installing:$missing"
-    $sudo apt-get -qq update >&2
+    log=$(mktemp)
     # shellcheck disable=SC2086 # one word a package is meant
-    $sudo env DEBIAN_FRONTEND=noninteractive apt-get -qq install -y --no-install-recommends $missing >&2
+    { $sudo apt-get -qq update &&
+        $sudo env DEBIAN_FRONTEND=noninteractive \
+            apt-get -qq install -y --no-install-recommends $missing; } >"$log" 2>&1 </dev/null ||
+        { cat "$log" >&2; exit 1; }
+    rm -f "$log"
 }
 
 # build PRESET [TARGET]: configures and builds one of the presets of CMakePresets.json. What it

@@ -1,6 +1,6 @@
 #pragma once
-#pragma GCC                                                                                        \
-    system_header // #include_next is an extension, but the one way to ask "is it installed?"
+// #include_next is an extension, but the one way to ask whether the package is installed.
+#pragma GCC system_header
 
 // The view type of the buffer interfaces. Where the span-lite package is installed its own header
 // serves; elsewhere this alias of std::span stands in for it.
