@@ -459,6 +459,16 @@ TEST_F(PcmQueueTest, FlushesEverythingWhenAllIsLate)
     EXPECT_EQ(queue.counters().skippedFrames, 4800U);
 }
 
+TEST_F(PcmQueueTest, FlushesAsSkippedWhatEndsJustNow)
+{
+    configure();
+    fill();
+    queue.flushOldData(start + 100 * ms);
+    EXPECT_THAT(log.lines(), ElementsAre("INFO q: Skipping 19200 bytes"));
+    EXPECT_EQ(queue.getReadPts(), start + 100 * ms);
+    EXPECT_EQ(heldBytes(), 0U);
+}
+
 TEST_F(PcmQueueTest, FlushesNothingThatIsInTime)
 {
     configure();

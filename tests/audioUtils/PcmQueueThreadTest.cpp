@@ -181,6 +181,24 @@ TEST_P(PcmQueueThreadTest, AnAbortFollowedAtOnceByConfigureReleasesTheOldWriter)
     }
 }
 
+TEST_P(PcmQueueThreadTest, AnAbortedWriterLeavesEvenWhenTheNextOneIsAlreadyBlocked)
+{
+    for (int i = 0; i < 20; ++i) {
+        auto oldWrite = blockedWrite();
+        queue->abortWrite();
+        configure();
+        fill();
+        auto newWrite = std::async(std::launch::async, [&target = *queue] {
+            return target.write(start + 100 * ms, Bytes(10 * bytesPerMs, 3));
+        });
+        EXPECT_FALSE(resultOf(oldWrite));
+        EXPECT_TRUE(isBlocked(newWrite));
+        read(start, 10);
+        EXPECT_TRUE(resultOf(newWrite));
+        configure();
+    }
+}
+
 TEST_P(PcmQueueThreadTest, TheDestructorReleasesTheWriterAndWaitsForHim)
 {
     auto written = blockedWrite();
