@@ -177,8 +177,8 @@ public:
             renderer.stop();
         });
         std::thread rendererThread([&] { renderer.run(); });
-        watch(renderer);
-        m_queue.abortWrite(); // the renderer may have ended before the producer
+        watch(renderer, producer);
+        producer.stop(); // the renderer may have ended first
         producerThread.join();
         rendererThread.join();
 
@@ -201,11 +201,11 @@ private:
         std::fflush(stdout);
     }
 
-    void watch(const Renderer& renderer)
+    void watch(const Renderer& renderer, Producer& producer)
     {
         while (!renderer.hasEnded()) {
             if (m_signals.waitFor(50 * nanosecondsPerMillisecond)) {
-                m_queue.abortWrite();
+                producer.stop();
             }
             evaluate();
         }

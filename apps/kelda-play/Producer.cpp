@@ -1,6 +1,7 @@
 #include "Producer.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 
 namespace keldaPlay {
@@ -44,13 +45,33 @@ void Producer::run(const StreamClock& clock)
         if (decoded == 0) {
             break;
         }
-        if (!piece.lost && !m_queue.write(stamped(clock.ptsOf(position)),
-                                          packet.first(decoded * m_bytesPerFrame))) {
+        const bool goesOn = piece.lost ? waitFor(clock.ptsOf(decoded) - clock.ptsOf(0))
+                                       : m_queue.write(stamped(clock.ptsOf(position)),
+                                                       packet.first(decoded * m_bytesPerFrame));
+        if (!goesOn) {
             break;
         }
         position += decoded;
     }
     m_queue.drain();
+}
+
+// What gets lost takes its time: meanwhile the queue plays on, and makes room for the silence.
+bool Producer::waitFor(TimeValue duration)
+{
+    std::unique_lock lock(m_mutex);
+    return !m_stopCondition.wait_for(lock, std::chrono::nanoseconds(duration),
+                                     [this] { return m_stopped; });
+}
+
+void Producer::stop()
+{
+    {
+        const std::lock_guard lock(m_mutex);
+        m_stopped = true;
+    }
+    m_stopCondition.notify_all();
+    m_queue.abortWrite();
 }
 
 TimeValue Producer::stamped(TimeValue pts)

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <condition_variable>
 #include <cstdint>
+#include <mutex>
 #include <random>
 #include <vector>
 
@@ -20,12 +22,16 @@ public:
     Producer(Playlist& playlist, const SampleLayout& layout, audioUtils::PcmQueue& queue,
              const Options& options);
 
-    /// Returns when the queue has played out, or was aborted.
+    /// Returns when the queue has played out, or after stop().
     ///
     /// @param clock of the stream that starts now
     void run(const StreamClock& clock);
 
+    /// From any thread: makes run() return soon, whatever it waits for.
+    void stop();
+
 private:
+    [[nodiscard]] bool waitFor(miscUtils::TimeValue duration);
     [[nodiscard]] miscUtils::TimeValue stamped(miscUtils::TimeValue pts);
 
     Playlist& m_playlist;
@@ -36,6 +42,9 @@ private:
     std::uniform_int_distribution<miscUtils::TimeValueDelta> m_jitter;
     std::size_t m_bytesPerFrame;
     std::vector<unsigned char> m_packet;
+    std::mutex m_mutex;
+    std::condition_variable m_stopCondition;
+    bool m_stopped = false;
 };
 
 } // namespace keldaPlay

@@ -50,7 +50,7 @@ std::string Statistics::summary(unsigned int sampleRate) const
     std::array<char, 512> text{};
     std::snprintf(text.data(), text.size(),
                   "played        %.3f s in %lu blocks\n"
-                  "silence       %.3f s before the audio, %lu frames in gaps\n"
+                  "silence       %.3f s until audio was due, %lu frames in gaps\n"
                   "lost          %lu frames skipped, %lu missing, %lu underruns\n"
                   "timing error  mean %.1f us, rms %.1f us, worst %.1f us\n",
                   seconds(m_dataFrames), m_blocks, seconds(m_silenceFrames), m_insertedFrames,

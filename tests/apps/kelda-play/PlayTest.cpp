@@ -295,6 +295,43 @@ TEST_F(PlayTest, FillsALossWithSilenceOfItsLength)
     EXPECT_THAT(out, HasSubstr("0 frames skipped, 0 missing"));
 }
 
+TEST_F(PlayTest, FillsALossWhileTheQueueIsFull)
+{
+    createSound(path("a.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 90'000);
+    ASSERT_EQ(play(patient + outputs() + "--gap 1.2:200 " + path("a.wav")), 0) << err;
+    Sound expected = load(path("a.wav"));
+    std::fill(expected.samples.begin() + 2 * 57'600, expected.samples.begin() + 2 * 67'200, 0.0);
+    EXPECT_TRUE(recorded(expected.frames()).samples == expected.samples);
+}
+
+TEST_F(PlayTest, IsInTimeAgainAfterALossLongerThanTheQueue)
+{
+    createSound(path("a.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 90'000);
+    ASSERT_EQ(play(patient + outputs() + "--gap 0.5:600 " + path("a.wav")), 0) << err;
+    const Sound original = load(path("a.wav"));
+    const std::vector<double> heard = recorded(90'000).samples;
+    const auto same = [&](std::size_t begin, std::size_t end) {
+        return std::equal(heard.begin() + static_cast<long>(2 * begin),
+                          heard.begin() + static_cast<long>(2 * end),
+                          original.samples.begin() + static_cast<long>(2 * begin));
+    };
+    EXPECT_TRUE(same(0, 23'000));
+    // The queue ran empty, so the reader has found its place again by the clock: to 1 ms.
+    bool found = false;
+    for (std::size_t shift = 0; shift <= 96; ++shift) {
+        found = found ||
+                std::equal(heard.begin() + 2 * 60'000, heard.begin() + 2 * 80'000,
+                           original.samples.begin() + 2 * (60'000 - 48 + static_cast<long>(shift)));
+    }
+    EXPECT_TRUE(found);
+}
+
+TEST_F(PlayTest, EndsDuringALoss)
+{
+    EXPECT_EQ(interrupt(patient + "--gap 0.5:60000 --loop " + recording, SIGINT), 0) << err;
+    EXPECT_LT(latency.count(), 5) << "s";
+}
+
 TEST_F(PlayTest, KeepsTimeWithJitteringTimestamps)
 {
     ASSERT_EQ(play(patient + outputs() + "--jitter 3 " + recording), 0) << err;
