@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cctype>
 #include <cmath>
-#include <csignal>
 #include <cstdio>
 #include <exception>
 #include <memory>
@@ -16,6 +15,7 @@
 #include <log4cplus/layout.h>
 #include <log4cplus/logger.h>
 
+#include "EndSignals.h"
 #include "Journal.h"
 #include "Playlist.h"
 #include "Producer.h"
@@ -48,33 +48,6 @@ void logToStandardError(const std::string& level)
     root.addAppender(appender);
     root.setLogLevel(getLogLevelManager().fromString(upperCase));
 }
-
-/// The signals that end playing; blocked in this thread and those that it starts, and taken by
-/// waitFor() alone.
-class EndSignals
-{
-public:
-    EndSignals()
-    {
-        sigemptyset(&m_signals);
-        sigaddset(&m_signals, SIGINT);
-        sigaddset(&m_signals, SIGTERM);
-        pthread_sigmask(SIG_BLOCK, &m_signals, &m_previous);
-    }
-    ~EndSignals() { pthread_sigmask(SIG_SETMASK, &m_previous, nullptr); }
-    EndSignals(const EndSignals&) = delete;
-    EndSignals& operator=(const EndSignals&) = delete;
-
-    [[nodiscard]] bool waitFor(TimeValue nanoseconds) const
-    {
-        const timespec timeout{0, static_cast<long>(nanoseconds)};
-        return sigtimedwait(&m_signals, nullptr, &timeout) > 0;
-    }
-
-private:
-    sigset_t m_signals{};
-    sigset_t m_previous{};
-};
 
 std::unique_ptr<OutputDevice> createDevice(const std::string& name)
 {
@@ -137,8 +110,9 @@ SampleLayout checkedLayout(audioUtils::PcmFormat format)
 class Session
 {
 public:
-    explicit Session(const Options& options)
+    Session(const Options& options, const EndSignals& signals)
         : m_options(options),
+          m_signals(signals),
           m_playlist(options.files, options.loop),
           m_format(options.format.value_or(m_playlist.fitsInto16Bits() ? audioUtils::S16LE
                                                                        : audioUtils::S32LE)),
@@ -249,7 +223,7 @@ private:
     }
 
     const Options& m_options;
-    EndSignals m_signals;
+    const EndSignals& m_signals;
     Playlist m_playlist;
     audioUtils::PcmFormat m_format;
     SampleLayout m_layout;
@@ -267,9 +241,10 @@ private:
 
 int play(const Options& options)
 {
+    const EndSignals signals; // first, for they are to be blocked in all threads, the logger's too
     const log4cplus::Initializer logging;
     logToStandardError(options.logLevel);
-    Session session(options);
+    Session session(options, signals);
     return session.run();
 }
 

@@ -43,8 +43,13 @@ bool Renderer::renderBlock()
     padFrom(framesRead);
     record.result = m_device.write(m_block.data(), m_numFrames);
 
+    const bool taken =
+        record.result == OutputDevice::Success || record.result == OutputDevice::Underrun;
+    if (taken && m_recorder != nullptr) {
+        m_recorder->write(m_block);
+    }
     report(record, framesRead);
-    return record.result == OutputDevice::Success || record.result == OutputDevice::Underrun;
+    return taken;
 }
 
 // The queue leaves what it can't fill as it was.
@@ -63,9 +68,6 @@ void Renderer::report(BlockRecord record, std::size_t framesRead)
     record.skippedFrames = m_counters.skippedFrames - before.skippedFrames;
     record.paddedFrames = m_numFrames - framesRead;
     m_journal.append(record);
-    if (m_recorder != nullptr) {
-        m_recorder->write(m_block);
-    }
 }
 
 } // namespace keldaPlay

@@ -6,13 +6,6 @@
 
 namespace miscUtils {
 
-VariantArray::VariantArray() = default;
-VariantArray::VariantArray(const VariantArray& other) = default;
-VariantArray::VariantArray(VariantArray&& other) noexcept = default;
-VariantArray& VariantArray::operator=(const VariantArray& other) = default;
-VariantArray& VariantArray::operator=(VariantArray&& other) noexcept = default;
-VariantArray::~VariantArray() = default;
-
 void VariantArray::append(Variant value)
 {
     m_values.push_back(std::move(value));
@@ -43,16 +36,10 @@ bool operator==(const VariantArray& a, const VariantArray& b)
     return a.m_values == b.m_values;
 }
 
-VariantHash::VariantHash() = default;
 VariantHash::VariantHash(std::initializer_list<std::pair<const std::string, Variant>> entries)
     : m_values(entries)
 {
 }
-VariantHash::VariantHash(const VariantHash& other) = default;
-VariantHash::VariantHash(VariantHash&& other) noexcept = default;
-VariantHash& VariantHash::operator=(const VariantHash& other) = default;
-VariantHash& VariantHash::operator=(VariantHash&& other) noexcept = default;
-VariantHash::~VariantHash() = default;
 
 bool VariantHash::contains(const std::string& key) const
 {
@@ -96,8 +83,6 @@ bool operator==(const VariantHash& a, const VariantHash& b)
     return a.m_values == b.m_values;
 }
 
-Variant::Variant() = default;
-
 Variant::Variant(long value) : m_value(value) {}
 
 Variant::Variant(const char* value)
@@ -112,12 +97,6 @@ Variant::Variant(std::string value) : m_value(std::move(value)) {}
 Variant::Variant(VariantArray value) : m_value(std::move(value)) {}
 
 Variant::Variant(VariantHash value) : m_value(std::move(value)) {}
-
-Variant::Variant(const Variant& other) = default;
-Variant::Variant(Variant&& other) noexcept = default;
-Variant& Variant::operator=(const Variant& other) = default;
-Variant& Variant::operator=(Variant&& other) noexcept = default;
-Variant::~Variant() = default;
 
 VariantType Variant::getType() const
 {

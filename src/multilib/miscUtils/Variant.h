@@ -36,13 +36,6 @@ public:
     using value_type = Variant;
     using const_iterator = std::vector<Variant>::const_iterator;
 
-    VariantArray();
-    VariantArray(const VariantArray& other);
-    VariantArray(VariantArray&& other) noexcept;
-    VariantArray& operator=(const VariantArray& other);
-    VariantArray& operator=(VariantArray&& other) noexcept;
-    ~VariantArray();
-
     /// Adds a value behind the last one.
     void append(Variant value);
 
@@ -63,14 +56,9 @@ class KELDA_EXPORT VariantHash
 public:
     using const_iterator = std::map<std::string, Variant>::const_iterator;
 
-    VariantHash();
+    VariantHash() = default;
     /// Of a key that occurs twice the first value is kept.
     VariantHash(std::initializer_list<std::pair<const std::string, Variant>> entries);
-    VariantHash(const VariantHash& other);
-    VariantHash(VariantHash&& other) noexcept;
-    VariantHash& operator=(const VariantHash& other);
-    VariantHash& operator=(VariantHash&& other) noexcept;
-    ~VariantHash();
 
     [[nodiscard]] bool contains(const std::string& key) const;
 
@@ -99,7 +87,7 @@ class KELDA_EXPORT Variant
 {
 public:
     /// An invalid value.
-    Variant();
+    Variant() = default;
     Variant(long value);
     /// Every other integer that fits into 64 signed bits without loss.
     template<std::integral Integer>
@@ -117,13 +105,6 @@ public:
     /// Neither truth values nor null have a kind of their own here.
     Variant(bool) = delete;
     Variant(std::nullptr_t) = delete;
-
-    Variant(const Variant& other);
-    /// Leaves `other` invalid or holding an unspecified value of its kind.
-    Variant(Variant&& other) noexcept;
-    Variant& operator=(const Variant& other);
-    Variant& operator=(Variant&& other) noexcept;
-    ~Variant();
 
     [[nodiscard]] VariantType getType() const;
     /// False for a value of kind Invalid only.
