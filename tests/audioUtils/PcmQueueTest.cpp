@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <future>
+#include <iterator>
 #include <numeric>
 
 #include <gmock/gmock.h>
@@ -35,6 +36,15 @@ using Bytes = std::vector<unsigned char>;
 Bytes audio(std::size_t milliseconds, unsigned char value = 1)
 {
     return Bytes(milliseconds * bytesPerMs, value);
+}
+
+Bytes joined(std::initializer_list<Bytes> pieces)
+{
+    Bytes all;
+    for (const Bytes& piece : pieces) {
+        std::ranges::copy(piece, std::back_inserter(all));
+    }
+    return all;
 }
 
 /// A queue of 200 ms at 48 kHz, 2 channels, 2 bytes, with a jump threshold of 20 ms.
@@ -191,11 +201,7 @@ TEST_F(PcmQueueTest, FillsAGapShorterThanWhatItHolds)
     EXPECT_EQ(queue.counters().insertedFrames, 2400U);
     EXPECT_EQ(queue.getReadPts(), start);
     EXPECT_EQ(queue.getWritePts(), start + 160 * ms);
-    Bytes expected = audio(100, 1);
-    expected.resize(expected.size() + 9600, 0);
-    const Bytes rest = audio(10, 2);
-    expected.insert(expected.end(), rest.begin(), rest.end());
-    EXPECT_EQ(read(start, 160), expected);
+    EXPECT_EQ(read(start, 160), joined({audio(100, 1), audio(50, 0), audio(10, 2)}));
 }
 
 TEST_F(PcmQueueTest, DropsTheSilenceThatDoesNotFitButNamesAllOfIt)
@@ -286,10 +292,7 @@ TEST_F(PcmQueueTest, PadsWithSilenceUntilTheFirstFrameIsDue)
 {
     configure();
     fill(7);
-    Bytes expected = audio(5, 0);
-    const Bytes data = audio(5, 7);
-    expected.insert(expected.end(), data.begin(), data.end());
-    EXPECT_EQ(read(start - 5 * ms, 10), expected);
+    EXPECT_EQ(read(start - 5 * ms, 10), joined({audio(5, 0), audio(5, 7)}));
     EXPECT_EQ(delta, 0);
     EXPECT_THAT(log.messages(log4cplus::INFO_LOG_LEVEL),
                 Contains("q: Creating 960 of silence bytes"));
@@ -303,10 +306,8 @@ TEST_F(PcmQueueTest, StartsOnItsFrameAfterBlocksOfSilence)
     for (TimeValue early = 35; early > 5; early -= 10) {
         EXPECT_EQ(read(start - early * ms, 10), audio(10, 0)) << early;
     }
-    Bytes expected = audio(5, 0);
-    const Bytes data = audio(5, 7);
-    expected.insert(expected.end(), data.begin(), data.end());
-    EXPECT_EQ(read(start - 5 * ms, 10), expected) << "not up to a threshold early";
+    EXPECT_EQ(read(start - 5 * ms, 10), joined({audio(5, 0), audio(5, 7)}))
+        << "not up to a threshold early";
 }
 
 TEST_F(PcmQueueTest, SkipsWhatIsLate)
