@@ -86,10 +86,7 @@ void PcmQueue::configure(bool timestampingEnabled, std::size_t maxFillLevelInMS,
     m_readPts = m_writePts = NoTimeValue;
     m_counters = {};
 
-    clearRing();
-    m_capacity = 0; // stays so if the allocation throws
-    m_buffer.assign(calculateBytesFromDuration(maxFillLevelInMS * nanosecondsPerMillisecond), 0);
-    m_capacity = m_buffer.size();
+    m_ring.setCapacity(calculateBytesFromDuration(maxFillLevelInMS * nanosecondsPerMillisecond));
 
     for (miscUtils::TimestampFilter* filter : {&m_readFilter, &m_writeFilter}) {
         filter->setSampleRate(sampleRate);
@@ -123,16 +120,15 @@ bool PcmQueue::write(TimeValue pts, const span<const unsigned char>& data)
     const int size = static_cast<int>(data.size());
     int written = 0;
     while (written < size && !m_writeAborted) {
-        if (m_fillLevel == m_capacity) {
+        if (m_ring.isFull()) {
             updateWritePts(timed, pts, written);
             if (!waitForReader()) {
                 break;
             }
             continue;
         }
-        const auto chunk = std::min<std::uint64_t>(static_cast<std::uint64_t>(size - written),
-                                                   m_capacity - m_fillLevel);
-        storeBytes(data.data() + written, chunk);
+        const auto chunk = std::min(static_cast<std::size_t>(size - written), m_ring.freeSpace());
+        m_ring.store(data.data() + written, chunk);
         m_writeFilter.advance(static_cast<int>(framesIn(chunk)));
         written += static_cast<int>(chunk);
     }
@@ -154,7 +150,7 @@ bool PcmQueue::write(TimeValue pts, const span<const unsigned char>& data)
 // Brings the ring to where a packet of this timestamp belongs; returns the smoothed timestamp.
 TimeValue PcmQueue::alignWrite(TimeValue pts)
 {
-    if (m_fillLevel == 0) {
+    if (m_ring.isEmpty()) {
         KELDA_LOG(logger, DEBUG,
                   m_name << ": Buffer is empty, start reading pts = " << inSeconds(pts));
         m_writeFilter.reset(pts);
@@ -165,7 +161,7 @@ TimeValue PcmQueue::alignWrite(TimeValue pts)
     if (m_writePts != NoTimeValue && isBeyondJumpThreshold(delta)) {
         repairWriteJump(delta);
     }
-    if (m_fillLevel == 0) {
+    if (m_ring.isEmpty()) {
         KELDA_LOG(logger, INFO, m_name << ": Buffer is empty, startPts = " << inSeconds(pts));
         m_readPts = pts;
         m_writeFilter.reset(NoTimeValue);
@@ -180,21 +176,21 @@ void PcmQueue::repairWriteJump(TimeValueDelta delta)
     const bool forward = delta > static_cast<TimeValueDelta>(m_ptsJumpThreshold);
     const std::size_t silence =
         forward ? calculateBytesFromDuration(static_cast<TimeValue>(delta)) : 0;
-    if (forward && silence < m_fillLevel) {
+    if (forward && silence < m_ring.fillLevel()) {
         const std::size_t frames = framesIn(silence);
         KELDA_LOG(logger, WARN,
                   m_name << ": Pts jump of " << inMilliseconds(delta) << " ms detected. Inserting "
                          << frames << " silence frames");
         m_writeFilter.advance(static_cast<int>(frames));
-        const auto stored = std::min<std::uint64_t>(silence, m_capacity - m_fillLevel);
-        storeSilence(stored);
+        const auto stored = std::min(silence, m_ring.freeSpace());
+        m_ring.storeZeros(stored);
         m_counters.insertedFrames += framesIn(stored);
         return;
     }
     KELDA_LOG(logger, WARN,
               m_name << ": Pts jump of " << inMilliseconds(delta)
                      << " ms detected. Resetting ringbuffer");
-    clearRing();
+    m_ring.clear();
     m_writeFilter.reset(NoTimeValue);
     ++m_counters.resets;
 }
@@ -246,15 +242,17 @@ std::size_t PcmQueue::read(TimeValue time, const span<unsigned char>& out, TimeV
         if (timed && !alignRead(time, out, total, delta)) {
             break;
         }
-        if (m_fillLevel == 0) {
+        if (m_ring.isEmpty()) {
             break;
         }
-        const auto chunk = std::min<std::uint64_t>(m_fillLevel, out.size() - total);
-        takeBytes(out.data() + total, chunk);
+        const auto chunk = std::min(m_ring.fillLevel(), out.size() - total);
+        m_ring.take(out.data() + total, chunk);
         total += chunk;
+        if (timed) {
+            time += calculateDurationFromBytes(chunk);
+        }
         if (m_timestampingEnabled) {
             m_readSynced = m_readSynced || chunk > 0;
-            time += calculateDurationFromBytes(chunk);
             m_readPts = derivedReadPts();
             KELDA_LOG(logger, DEBUG, m_name << ": new readPts: " << inSeconds(m_readPts));
         }
@@ -311,8 +309,8 @@ bool PcmQueue::skip(TimeValue duration)
 {
     const std::size_t wanted = calculateBytesFromDuration(duration);
     KELDA_LOG(logger, INFO, m_name << ": Skipping " << wanted << " bytes");
-    const auto dropped = std::min<std::uint64_t>(m_fillLevel, wanted);
-    dropBytes(dropped);
+    const auto dropped = std::min(m_ring.fillLevel(), wanted);
+    m_ring.drop(dropped);
     m_counters.skippedFrames += framesIn(dropped);
     m_readPts = derivedReadPts();
     return dropped == wanted;
@@ -333,8 +331,8 @@ void PcmQueue::flushOldData(const TimeValue& now)
     if (m_writePts < now) {
         KELDA_LOG(logger, INFO,
                   m_name << ": all data in the buffer is in the past, flushing the whole buffer");
-        m_counters.skippedFrames += framesIn(m_fillLevel);
-        clearRing();
+        m_counters.skippedFrames += framesIn(m_ring.fillLevel());
+        m_ring.clear();
         m_writeFilter.reset(NoTimeValue);
         m_readPts = m_writePts = now;
     } else {
@@ -349,7 +347,7 @@ TimeValue PcmQueue::bufferedDuration(const TimeValue& now)
     if (!m_configured) {
         return 0;
     }
-    const TimeValue held = calculateDurationFromBytes(m_fillLevel);
+    const TimeValue held = calculateDurationFromBytes(m_ring.fillLevel());
     if (now == NoTimeValue || !m_timestampingEnabled) {
         return held;
     }
@@ -372,7 +370,7 @@ void PcmQueue::drain()
 {
     const detail::ScopedLock lock(m_mutex);
     const unsigned long restarts = m_restarts;
-    while (m_fillLevel != 0 && !m_writeAborted && restarts == m_restarts) {
+    while (!m_ring.isEmpty() && !m_writeAborted && restarts == m_restarts) {
         wait();
     }
 }
@@ -380,7 +378,7 @@ void PcmQueue::drain()
 void PcmQueue::reset()
 {
     const detail::ScopedLock lock(m_mutex);
-    clearRing();
+    m_ring.clear();
     m_readPts = m_writePts = NoTimeValue;
     m_readFilter.reset(NoTimeValue);
     m_writeFilter.reset(NoTimeValue);
@@ -450,7 +448,7 @@ bool PcmQueue::isBeyondJumpThreshold(TimeValueDelta delta) const
 TimeValue PcmQueue::derivedReadPts()
 {
     return m_writePts == NoTimeValue ? NoTimeValue
-                                     : m_writePts - calculateDurationFromBytes(m_fillLevel);
+                                     : m_writePts - calculateDurationFromBytes(m_ring.fillLevel());
 }
 
 void PcmQueue::wait()
@@ -469,62 +467,6 @@ void PcmQueue::wakeWaiters()
     if (m_callsWaiting != 0) {
         m_condition.notifyAll();
     }
-}
-
-void PcmQueue::clearRing()
-{
-    m_readIndex = m_writeIndex = m_fillLevel = 0;
-}
-
-void PcmQueue::storeBytes(const unsigned char* data, std::size_t count)
-{
-    forEachPiece(m_writeIndex, count, [&](unsigned char* piece, std::size_t size) {
-        std::memcpy(piece, data, size);
-        data += size;
-    });
-    m_writeIndex = wrapped(m_writeIndex + count);
-    m_fillLevel += count;
-}
-
-void PcmQueue::storeSilence(std::size_t count)
-{
-    forEachPiece(m_writeIndex, count,
-                 [](unsigned char* piece, std::size_t size) { std::memset(piece, 0, size); });
-    m_writeIndex = wrapped(m_writeIndex + count);
-    m_fillLevel += count;
-}
-
-void PcmQueue::takeBytes(unsigned char* out, std::size_t count)
-{
-    forEachPiece(m_readIndex, count, [&](const unsigned char* piece, std::size_t size) {
-        std::memcpy(out, piece, size);
-        out += size;
-    });
-    dropBytes(count);
-}
-
-// The one or two pieces in which so many bytes from an index on lie in the ring.
-template<typename Function>
-void PcmQueue::forEachPiece(std::size_t index, std::size_t count, Function function)
-{
-    const std::size_t first = std::min<std::uint64_t>(count, m_capacity - index);
-    function(m_buffer.data() + index, first);
-    if (first < count) {
-        function(m_buffer.data(), count - first);
-    }
-}
-
-void PcmQueue::dropBytes(std::size_t count)
-{
-    m_readIndex = wrapped(m_readIndex + count);
-    m_fillLevel -= count;
-}
-
-// For an index less than one capacity past the end; without a division, so a ring of capacity 0
-// needs no special case.
-std::size_t PcmQueue::wrapped(std::size_t index) const
-{
-    return index >= m_capacity ? index - m_capacity : index;
 }
 
 } // namespace audioUtils

@@ -3,8 +3,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
-#include <vector>
 
+#include "audioUtils/detail/ByteRing.h"
 #include "audioUtils/detail/Scale.h"
 #include "audioUtils/detail/ThreadSafety.h"
 #include "miscUtils/Export.h"
@@ -184,17 +184,6 @@ private:
     KELDA_LOCAL void wait() KELDA_REQUIRES(m_mutex);
     KELDA_LOCAL void wakeWaiters() KELDA_REQUIRES(m_mutex);
 
-    KELDA_LOCAL void clearRing() KELDA_REQUIRES(m_mutex);
-    template<typename Function>
-    KELDA_LOCAL void forEachPiece(std::size_t index, std::size_t count, Function function)
-        KELDA_REQUIRES(m_mutex);
-    KELDA_LOCAL void storeBytes(const unsigned char* data, std::size_t count)
-        KELDA_REQUIRES(m_mutex);
-    KELDA_LOCAL void storeSilence(std::size_t count) KELDA_REQUIRES(m_mutex);
-    KELDA_LOCAL void takeBytes(unsigned char* out, std::size_t count) KELDA_REQUIRES(m_mutex);
-    KELDA_LOCAL void dropBytes(std::size_t count) KELDA_REQUIRES(m_mutex);
-    [[nodiscard]] KELDA_LOCAL std::size_t wrapped(std::size_t index) const KELDA_REQUIRES(m_mutex);
-
     std::string m_name KELDA_GUARDED_BY(m_mutex);
     bool m_configured KELDA_GUARDED_BY(m_mutex) = false;
     bool m_timestampingEnabled KELDA_GUARDED_BY(m_mutex) = false;
@@ -210,11 +199,7 @@ private:
     detail::Scale m_bytesToDuration KELDA_GUARDED_BY(m_mutex);
     detail::Scale m_durationToBytes KELDA_GUARDED_BY(m_mutex);
     TimeValue m_ptsJumpThreshold KELDA_GUARDED_BY(m_mutex) = 0;
-    std::vector<unsigned char> m_buffer KELDA_GUARDED_BY(m_mutex);
-    std::uint64_t m_readIndex KELDA_GUARDED_BY(m_mutex) = 0;
-    std::uint64_t m_writeIndex KELDA_GUARDED_BY(m_mutex) = 0;
-    std::uint64_t m_fillLevel KELDA_GUARDED_BY(m_mutex) = 0;
-    std::uint64_t m_capacity KELDA_GUARDED_BY(m_mutex) = 0;
+    detail::ByteRing m_ring KELDA_GUARDED_BY(m_mutex);
     TimeValue m_readPts KELDA_GUARDED_BY(m_mutex) = miscUtils::NoTimeValue;
     TimeValue m_writePts KELDA_GUARDED_BY(m_mutex) = miscUtils::NoTimeValue;
     mutable detail::Mutex m_mutex;
