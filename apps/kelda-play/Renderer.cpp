@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include <pthread.h>
 #include <sys/prctl.h>
 
 namespace keldaPlay {
@@ -23,10 +24,22 @@ Renderer::Renderer(audioUtils::PcmQueue& queue, OutputDevice& device, Recorder* 
 {
 }
 
+namespace {
+
+// A late wake-up is a late due time. Sleeps may end 50 us late by default, to save power; and other
+// threads come first, unless this one runs at real-time priority, which not every user may ask for.
+void wakeUpInTime()
+{
+    prctl(PR_SET_TIMERSLACK, 1UL);
+    const sched_param priority{sched_get_priority_min(SCHED_FIFO)};
+    static_cast<void>(pthread_setschedparam(pthread_self(), SCHED_FIFO, &priority));
+}
+
+} // namespace
+
 void Renderer::run()
 {
-    // Sleeps may end 50 us late by default, to save power: that would be a part of every due time.
-    prctl(PR_SET_TIMERSLACK, 1UL);
+    wakeUpInTime();
     while (!m_stopped && renderBlock()) {
     }
     m_ended = true;

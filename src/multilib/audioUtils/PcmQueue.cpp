@@ -248,7 +248,7 @@ std::size_t PcmQueue::read(TimeValue time, const span<unsigned char>& out, TimeV
         const auto chunk = std::min(m_ring.fillLevel(), out.size() - total);
         m_ring.take(out.data() + total, chunk);
         total += chunk;
-        if (timed) {
+        if (timed && total < out.size()) { // of use to a next pass alone
             time += calculateDurationFromBytes(chunk);
         }
         if (m_timestampingEnabled) {
