@@ -52,14 +52,14 @@ TimeValue TimestampFilter::filter(const unsigned long& rawTime)
     if (!m_enabled || m_nominalNsPerFrame == 0 || rawTime == NoTimeValue) {
         return rawTime;
     }
-    if (!m_hasAnchor || m_framesSinceAnchor == 0) {
+    if (m_anchor.numTimestamps == 0 || m_framesSinceAnchor == 0) {
         return anchorAt(rawTime);
     }
 
     const double passed = static_cast<double>(m_framesSinceAnchor) * m_nsPerFrame;
-    double error = m_anchor.distanceTo(rawTime) - passed;
+    double error = m_anchor.time.distanceTo(rawTime) - passed;
     if (m_jumped) {
-        const double errorBeforeJump = m_beforeJump.distanceTo(rawTime) - passed;
+        const double errorBeforeJump = m_beforeJump.time.distanceTo(rawTime) - passed;
         if (std::abs(errorBeforeJump) < std::abs(error)) {
             error = errorBeforeJump;
             m_anchor = m_beforeJump;
@@ -67,7 +67,7 @@ TimeValue TimestampFilter::filter(const unsigned long& rawTime)
     }
     if (std::abs(error) > m_maxError) {
         m_beforeJump = m_anchor;
-        m_beforeJump.moveBy(passed);
+        m_beforeJump.time.moveBy(passed);
         const TimeValue time = anchorAt(rawTime);
         m_jumped = true;
         return time;
@@ -82,7 +82,7 @@ void TimestampFilter::reset(const unsigned long&)
 
 void TimestampFilter::restart()
 {
-    m_hasAnchor = false;
+    m_anchor = {};
     m_jumped = false;
     m_framesSinceAnchor = 0;
     m_nsPerFrame = m_nominalNsPerFrame;
@@ -90,8 +90,7 @@ void TimestampFilter::restart()
 
 TimeValue TimestampFilter::anchorAt(TimeValue time)
 {
-    m_anchor = {time, 0};
-    m_hasAnchor = true;
+    m_anchor = {{time, 0}, 1};
     m_jumped = false;
     m_framesSinceAnchor = 0;
     return time;
@@ -100,13 +99,15 @@ TimeValue TimestampFilter::anchorAt(TimeValue time)
 TimeValue TimestampFilter::correctAnchor(double passed, double error)
 {
     const Gains& gains = gainsFor(m_framesSinceAnchor);
-    m_anchor.moveBy(passed + gains.time * error);
+    m_anchor.numTimestamps += 1;
+    const bool settled = m_anchor.numTimestamps * gains.time >= 1;
+    m_anchor.time.moveBy(passed + (settled ? gains.time * error : error / m_anchor.numTimestamps));
     m_nsPerFrame =
         std::clamp(m_nsPerFrame + gains.rate * error, m_nominalNsPerFrame * (1 - largestRateError),
                    m_nominalNsPerFrame * (1 + largestRateError));
     m_jumped = false;
     m_framesSinceAnchor = 0;
-    return m_anchor.rounded();
+    return m_anchor.time.rounded();
 }
 
 const TimestampFilter::Gains& TimestampFilter::gainsFor(long numFrames)

@@ -20,7 +20,9 @@ namespace miscUtils {
 ///
 /// with n frames since the last timestamp and the time constant τ. The loop is that of
 /// F. Adriaensen, "Using a DLL to filter time" (Linux Audio Conference, 2005); its gains are those
-/// of the critically damped (fading-memory) g-h filter, stable for packets of any length.
+/// of the critically damped (fading-memory) g-h filter, stable for packets of any length. Of the
+/// first timestamps of a stream none is better than the others: until 1 / k falls below α the k-th
+/// is weighted by 1 / k, and the filtered time is their average.
 ///
 /// Use: advance() after every block of frames, filter() on the timestamp of the frame that follows.
 /// One object belongs to one thread at a time; nothing here allocates after construction.
@@ -78,6 +80,12 @@ private:
         [[nodiscard]] TimeValue rounded() const;
     };
 
+    struct Anchor
+    {
+        Instant time;
+        double numTimestamps = 0; // that it rests on; 0: there has been none since the restart
+    };
+
     struct Gains
     {
         long numFrames = 0; // that the gains were calculated for
@@ -96,10 +104,9 @@ private:
     double m_nominalNsPerFrame = 0;
     bool m_enabled = true;
 
-    bool m_hasAnchor = false; // a timestamp has been seen since the last restart
-    bool m_jumped = false;    // the last one was a jump: m_beforeJump is a second candidate
-    Instant m_anchor;         // the last filtered time
-    Instant m_beforeJump;     // what the jump's timestamp should have been
+    Anchor m_anchor;       // the last filtered time
+    bool m_jumped = false; // which was a jump: m_beforeJump is a second candidate
+    Anchor m_beforeJump;   // what the jump's timestamp should have been
     long m_framesSinceAnchor = 0;
     double m_nsPerFrame = 0;
     Gains m_gains;
