@@ -67,7 +67,9 @@ private:
     void forEachPiece(std::size_t index, std::size_t count, Function function)
     {
         const std::size_t first = std::min(count, m_capacity - index);
-        function(m_buffer.data() + index, first);
+        if (first > 0) {
+            function(m_buffer.data() + index, first);
+        }
         if (first < count) {
             function(m_buffer.data(), count - first);
         }
