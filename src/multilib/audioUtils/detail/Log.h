@@ -3,6 +3,8 @@
 #include <log4cplus/logger.h>
 #include <log4cplus/loggingmacros.h>
 
+#include "miscUtils/ScopedFunction.h"
+
 /// Logs a message, streamed together with << and built only when the level is enabled:
 ///
 ///     KELDA_LOG(logger, WARN, "Period of " << periodSize << " frames refused");
@@ -20,3 +22,13 @@
                                                 __PRETTY_FUNCTION__);                              \
         }                                                                                          \
     } while (false)
+
+/// Logs that a function begins, and the details:
+///
+///     KELDA_LOG_ENTRY(logger, TRACE, "Opened: " << isOpened());
+///
+/// gives "Enter AlsaOutputDevice::open: Opened: 0".
+#define KELDA_LOG_ENTRY(logger, level, details)                                                    \
+    KELDA_LOG(logger, level,                                                                       \
+              "Enter " << dbglog_scopedFunction(__PRETTY_FUNCTION__, (logger).getName()) << ": "   \
+                       << details)

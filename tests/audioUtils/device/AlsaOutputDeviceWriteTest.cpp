@@ -1,0 +1,473 @@
+// Writing, recovery and timing, on the real libasound with a simulated card.
+
+#include "audioUtils/device/AlsaOutputDevice.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <limits>
+#include <numeric>
+#include <thread>
+
+#include <alsa/asoundlib.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "support/AllocationCounter.h"
+#include "support/FaultySoundCard.h"
+#include "support/LogCapture.h"
+#include "support/VirtualClock.h"
+
+using namespace audioUtils;
+using miscUtils::getMonotonicRawSysclockTime;
+using miscUtils::NoTimeValue;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testSupport::AllocationCounter;
+using testSupport::FaultySoundCard;
+using testSupport::LogCapture;
+using testSupport::VirtualClock;
+using testSupport::faultyPcm::Call;
+
+namespace {
+
+constexpr long noTimestamp = std::numeric_limits<std::int64_t>::min();
+constexpr std::uint32_t forEver = std::numeric_limits<std::uint32_t>::max();
+
+std::string reasonOf(int error)
+{
+    return snd_strerror(error);
+}
+
+void ignoreError(const char*, int, const char*, int, const char*, ...) {}
+
+class AlsaOutputDeviceWriteTest : public testing::Test
+{
+protected:
+    AlsaOutputDeviceWriteTest()
+    {
+        // libasound tells of each recovery on standard error, too.
+        snd_lib_error_set_handler(ignoreError);
+    }
+    ~AlsaOutputDeviceWriteTest() override { snd_lib_error_set_handler(nullptr); }
+
+    // With half a second of other work on this machine, a card that holds 500 ms does not run dry.
+    void open()
+    {
+        ASSERT_TRUE(
+            device.open("faulty", PcmFormat::S16LE, 48000, 2, 24'000, 480, 4'800, false, ""));
+        card.takeCalls();
+    }
+
+    /// Writes the next frames of a stream in which each is told by its number, from 1 on.
+    OutputDevice::WriteReturnValue write(std::size_t numFrames)
+    {
+        std::vector<std::uint32_t> frames(numFrames);
+        std::iota(frames.begin(), frames.end(), m_next);
+        m_next += static_cast<std::uint32_t>(numFrames);
+        return device.write(frames.data(), numFrames);
+    }
+
+    void fill()
+    {
+        for (int i = 0; i < 10; ++i) {
+            ASSERT_EQ(write(480), OutputDevice::Success);
+        }
+    }
+
+    [[nodiscard]] std::vector<std::uint32_t> frames(std::uint32_t begin, std::uint32_t end) const
+    {
+        std::vector<std::uint32_t> result(end - begin);
+        std::iota(result.begin(), result.end(), begin);
+        return result;
+    }
+
+    FaultySoundCard card;
+    LogCapture log{"AudioUtils", log4cplus::INFO_LOG_LEVEL};
+    AlsaOutputDevice device;
+
+private:
+    std::uint32_t m_next = 1;
+};
+
+} // namespace
+
+TEST_F(AlsaOutputDeviceWriteTest, PlaysEveryFrameOnce)
+{
+    open();
+    for (const std::size_t numFrames : {480, 1, 4799, 30'000, 480, 7}) {
+        EXPECT_EQ(write(numFrames), OutputDevice::Success);
+    }
+    device.drain();
+    EXPECT_TRUE(card.played<std::uint32_t>() == frames(1, 35'768));
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(AlsaOutputDeviceWriteTest, PlaysEveryFrameOnceWhenLittleIsTakenAtATime)
+{
+    open();
+    card->shortWrites = 77;
+    EXPECT_EQ(write(9'000), OutputDevice::Success);
+    device.drain();
+    EXPECT_TRUE(card.played<std::uint32_t>() == frames(1, 9'001));
+}
+
+TEST_F(AlsaOutputDeviceWriteTest, PlaysAgainAfterADrain)
+{
+    open();
+    EXPECT_EQ(write(100), OutputDevice::Success);
+    device.drain();
+    EXPECT_TRUE(device.isOpened());
+    card.takeCalls();
+    EXPECT_EQ(write(4'800), OutputDevice::Success);
+    EXPECT_THAT(card.takeCalls(), ElementsAre("snd_pcm_state", "snd_pcm_prepare", "snd_pcm_writei",
+                                              "snd_pcm_state", "snd_pcm_status"));
+    device.drain();
+    EXPECT_TRUE(card.played<std::uint32_t>() == frames(1, 4'901));
+}
+
+TEST_F(AlsaOutputDeviceWriteTest, FailsWhenItCantBePrepared)
+{
+    open();
+    device.drain();
+    card.setResult(Call::snd_pcm_prepare, -ENODEV);
+    card.takeCalls();
+    EXPECT_EQ(write(480), OutputDevice::PrepareFailed);
+    EXPECT_THAT(card.takeCalls(), ElementsAre("snd_pcm_state", "snd_pcm_prepare"));
+    EXPECT_THAT(log.lines(), ElementsAre("ERROR snd_pcm_prepare error: " + reasonOf(-ENODEV)));
+}
+
+TEST_F(AlsaOutputDeviceWriteTest, NeedsAnOpenDevice)
+{
+    EXPECT_EQ(write(480), OutputDevice::NotOpened);
+    EXPECT_THAT(log.lines(), ElementsAre("ERROR PCM playback device has not been opened"));
+}
+
+TEST_F(AlsaOutputDeviceWriteTest, DoesNoMoreThanItMust)
+{
+    open();
+    EXPECT_EQ(write(480), OutputDevice::Success);
+    EXPECT_THAT(card.takeCalls(), ElementsAre("snd_pcm_state", "snd_pcm_writei", "snd_pcm_state"))
+        << "there is no status to be had before the start";
+    fill();
+    card.takeCalls();
+    const AllocationCounter allocations;
+    const auto result = device.write(std::array<short, 960>{}.data(), 480);
+    EXPECT_EQ(allocations.count(), 0U);
+    EXPECT_EQ(result, OutputDevice::Success);
+    EXPECT_THAT(card.takeCalls(),
+                ElementsAre("snd_pcm_state", "snd_pcm_writei", "snd_pcm_state", "snd_pcm_status"));
+}
+
+TEST_F(AlsaOutputDeviceWriteTest, OfNoFramesRefreshesTheTiming)
+{
+    open();
+    fill();
+    const RenderingDelay before = device.lastRenderingDelay();
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    card.takeCalls();
+    EXPECT_EQ(device.write(nullptr, 0), OutputDevice::Success);
+    EXPECT_THAT(card.takeCalls(), ElementsAre("snd_pcm_state", "snd_pcm_state", "snd_pcm_status"));
+    EXPECT_EQ(card->framesTaken, 4'800U);
+    EXPECT_GE(device.lastRenderingDelay().timestamp, before.timestamp + 2'000);
+    EXPECT_LE(device.lastRenderingDelay().delay, before.delay - 1'900);
+}
+
+TEST_F(AlsaOutputDeviceWriteTest, OfNoFramesPreparesADrainedDevice)
+{
+    open();
+    device.drain();
+    card.takeCalls();
+    EXPECT_EQ(device.write(nullptr, 0), OutputDevice::Success);
+    EXPECT_THAT(card.takeCalls(), ElementsAre("snd_pcm_state", "snd_pcm_prepare", "snd_pcm_state"));
+}
+
+TEST_F(AlsaOutputDeviceWriteTest, WritesAgainWhatAnUnderrunRejected)
+{
+    open();
+    fill();
+    std::this_thread::sleep_for(std::chrono::milliseconds(150)); // it was given 100 ms
+    EXPECT_EQ(write(480), OutputDevice::Underrun);
+    EXPECT_EQ(write(4'800), OutputDevice::Success) << "told once";
+    device.drain();
+    EXPECT_EQ(card->underruns, 1U);
+    EXPECT_EQ(card->framesDropped, 0U);
+    EXPECT_TRUE(card.played<std::uint32_t>() == frames(1, 10'081));
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(AlsaOutputDeviceWriteTest, LosesOnlyWhatTheFailedCardHeld)
+{
+    open();
+    card->fault = -EPIPE;
+    card->faultAtFrame = 7'000; // inside a block
+    for (int i = 0; i < 30; ++i) {
+        EXPECT_EQ(write(480), i == 7'000 / 480 ? OutputDevice::Underrun : OutputDevice::Success);
+    }
+    device.drain();
+    const std::vector<std::uint32_t> played = card.played<std::uint32_t>();
+    const std::uint64_t dropped = card->framesDropped;
+    ASSERT_EQ(played.size(), 14'400 - dropped);
+    EXPECT_LT(dropped, 7'000U);
+    std::vector<std::uint32_t> expected = frames(1, static_cast<std::uint32_t>(7'001 - dropped));
+    const std::vector<std::uint32_t> rest = frames(7'001, 14'401);
+    expected.insert(expected.end(), rest.begin(), rest.end());
+    EXPECT_TRUE(played == expected);
+}
+
+class AlsaOutputDevicePause : public AlsaOutputDeviceWriteTest,
+                              public testing::WithParamInterface<int>
+{
+};
+
+TEST_P(AlsaOutputDevicePause, LosesNothing)
+{
+    open();
+    card->fault = GetParam();
+    card->faultAtFrame = 4'800;
+    EXPECT_EQ(write(4'800), OutputDevice::Success);
+    EXPECT_EQ(write(4'800), OutputDevice::Underrun);
+    EXPECT_EQ(write(4'800), OutputDevice::Success);
+    device.drain();
+    EXPECT_TRUE(card.played<std::uint32_t>() == frames(1, 14'401));
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+INSTANTIATE_TEST_SUITE_P(OfASuspend, AlsaOutputDevicePause, testing::Values(-ESTRPIPE));
+INSTANTIATE_TEST_SUITE_P(OfASignal, AlsaOutputDevicePause, testing::Values(-EINTR));
+
+TEST_F(AlsaOutputDeviceWriteTest, EndsWithADeviceThatIsGone)
+{
+    open();
+    fill();
+    card->isGone = true;
+    EXPECT_EQ(write(480), OutputDevice::RecoverFailed);
+    EXPECT_THAT(log.takeLines(), ElementsAre("ERROR snd_pcm_recover error: " + reasonOf(-ENODEV)));
+    EXPECT_EQ(write(480), OutputDevice::RecoverFailed) << "at once, and for good";
+    device.close();
+    card->isGone = false;
+    open();
+    EXPECT_EQ(write(480), OutputDevice::Success);
+}
+
+TEST_F(AlsaOutputDeviceWriteTest, TellsAFailedRecovery)
+{
+    open();
+    card->fault = -EPIPE;
+    card->faultAtFrame = 100;
+    card.setResult(Call::snd_pcm_recover, -ENODEV);
+    card.takeCalls();
+    EXPECT_EQ(write(480), OutputDevice::RecoverFailed);
+    EXPECT_THAT(log.lines(), ElementsAre("ERROR snd_pcm_recover error: " + reasonOf(-ENODEV)));
+    EXPECT_THAT(card.takeCalls(),
+                ElementsAre("snd_pcm_state", "snd_pcm_writei", "snd_pcm_writei", "snd_pcm_recover"))
+        << "and no status of a device that is gone";
+    EXPECT_EQ(card->framesTaken, 100U);
+}
+
+TEST_F(AlsaOutputDeviceWriteTest, BelievesNoCardThatTakesMoreThanItWasGiven)
+{
+    open();
+    card.setResult(Call::snd_pcm_writei, 481);
+    EXPECT_EQ(write(480), OutputDevice::Success);
+    EXPECT_THAT(log.lines(),
+                ElementsAre("ERROR snd_pcm_writei return value indicates that more samples (481) "
+                            "were written than were available (480)"));
+}
+
+TEST_F(AlsaOutputDeviceWriteTest, TellsHowMuchItWouldTake)
+{
+    open();
+    EXPECT_EQ(device.framesReady(), 24'000);
+    EXPECT_EQ(write(480), OutputDevice::Success);
+    EXPECT_EQ(device.framesReady(), 23'520);
+    device.close();
+    EXPECT_EQ(device.framesReady(), -1);
+}
+
+TEST_F(AlsaOutputDeviceWriteTest, RepairsAnUnderrunThatItSeesWhenAsked)
+{
+    open();
+    fill();
+    std::this_thread::sleep_for(std::chrono::milliseconds(150));
+    card.takeCalls();
+    EXPECT_EQ(device.framesReady(), 0);
+    EXPECT_THAT(card.takeCalls(), ElementsAre("snd_pcm_avail_update", "snd_pcm_recover"));
+    EXPECT_EQ(card.value(Call::snd_pcm_recover), -EPIPE);
+    EXPECT_THAT(log.lines(), ElementsAre("ERROR AlsaOutputDevice: error while getting available "
+                                         "frames: an xrun occurred (EPIPE: " +
+                                         reasonOf(-EPIPE) + ") (-32)"));
+    EXPECT_EQ(device.framesReady(), 24'000);
+    EXPECT_EQ(write(480), OutputDevice::Success);
+}
+
+TEST_F(AlsaOutputDeviceWriteTest, TellsWhyItCantSayHowMuchItWouldTake)
+{
+    open();
+    card.setResult(Call::snd_pcm_avail_update, -ENODEV);
+    EXPECT_EQ(device.framesReady(), -1);
+    EXPECT_THAT(log.lines(),
+                ElementsAre("ERROR AlsaOutputDevice: error while getting available frames: (" +
+                            reasonOf(-ENODEV) + ") (-19)"));
+    EXPECT_EQ(card.count(Call::snd_pcm_recover), 0U);
+}
+
+TEST_F(AlsaOutputDeviceWriteTest, ShortensTheDelayByTheTimeSince)
+{
+    open();
+    VirtualClock clock(5'000'000'000);
+    card->overridesStatus = true;
+    card->systemTimestamp = 5'000'000'999; // truncated to µs
+    card->audioTimestamp = 7'000'000'123;
+    card->statusDelay = 960;
+    EXPECT_TRUE(device.updateRenderDelayAndAudioTimestamp());
+    EXPECT_EQ(device.lastRenderingDelay().delay, 20'000);
+    EXPECT_EQ(device.lastRenderingDelay().timestamp, 5'000'000);
+    clock.advance(5'000'999);
+    EXPECT_EQ(device.getCompensatedRenderingDelay(), 15'000'000);
+    EXPECT_EQ(device.currentAudioTimestamp(), 7'000'000'123U + 5'000'000);
+    clock.advance(20'000'000);
+    EXPECT_EQ(device.getCompensatedRenderingDelay(), -5'000'000) << "older than the delay";
+    EXPECT_EQ(card.count(Call::snd_pcm_delay), 0U);
+}
+
+TEST_F(AlsaOutputDeviceWriteTest, KeepsADelayBelowZero)
+{
+    open();
+    VirtualClock clock(5'000'000'000);
+    card->overridesStatus = true;
+    card->systemTimestamp = 5'000'000'000;
+    card->statusDelay = -50; // 1041.67 µs
+    EXPECT_TRUE(device.updateRenderDelayAndAudioTimestamp());
+    EXPECT_EQ(device.lastRenderingDelay().delay, -1'041) << "truncated towards zero";
+    EXPECT_EQ(device.getCompensatedRenderingDelay(), -1'041'000);
+}
+
+TEST_F(AlsaOutputDeviceWriteTest, TellsTheAudioTimeOnlyWhereThereIsOne)
+{
+    log.setLevel(log4cplus::DEBUG_LOG_LEVEL);
+    open();
+    log.clear();
+    card->overridesStatus = true;
+    card->systemTimestamp = 5'000'000'000;
+    EXPECT_TRUE(device.updateRenderDelayAndAudioTimestamp());
+    EXPECT_EQ(device.currentAudioTimestamp(), NoTimeValue);
+    EXPECT_THAT(log.lines(), ElementsAre("DEBUG ALSA did not return a valid audio timestamp"));
+    card->audioTimestamp = 1;
+    EXPECT_TRUE(device.updateRenderDelayAndAudioTimestamp());
+    EXPECT_NE(device.currentAudioTimestamp(), NoTimeValue);
+    card->audioTimestamp = 0;
+    EXPECT_TRUE(device.updateRenderDelayAndAudioTimestamp());
+    EXPECT_EQ(device.currentAudioTimestamp(), NoTimeValue);
+}
+
+TEST_F(AlsaOutputDeviceWriteTest, AsksForTheDelayWhereThereIsNoTimestamp)
+{
+    open();
+    fill();
+    ASSERT_NE(device.lastRenderingDelay().timestamp, noTimestamp);
+    VirtualClock clock(5'000'000'000);
+    card->overridesStatus = true;
+    card->audioTimestamp = 3'000'000'000;
+    EXPECT_TRUE(device.updateRenderDelayAndAudioTimestamp());
+    EXPECT_THAT(log.lines(), ElementsAre("WARN ALSA did not return a valid timestamp"));
+    EXPECT_EQ(device.lastRenderingDelay().delay, 0);
+    EXPECT_EQ(device.lastRenderingDelay().timestamp, noTimestamp);
+    clock.advance(10);
+    EXPECT_EQ(device.currentAudioTimestamp(), 3'000'000'010U) << "valid since the status";
+
+    const std::int64_t delay = device.getCompensatedRenderingDelay();
+    EXPECT_GT(delay, 0);
+    EXPECT_LE(delay, 100'000'000) << "what fill() left";
+    EXPECT_EQ(card.count(Call::snd_pcm_delay), 1U);
+    card.setResult(Call::snd_pcm_delay, -EPIPE);
+    EXPECT_EQ(device.getCompensatedRenderingDelay(), 0);
+}
+
+TEST_F(AlsaOutputDeviceWriteTest, DividesTheDelayThatItAskedForUnsigned)
+{
+    open();
+    EXPECT_EQ(write(480), OutputDevice::Success); // not started yet
+    EXPECT_EQ(device.getCompensatedRenderingDelay(), 10'000'000);
+    card->delayOffset = -481;
+    EXPECT_EQ(device.getCompensatedRenderingDelay(),
+              static_cast<std::int64_t>((0 - std::uint64_t{1'000'000'000}) / 48'000));
+}
+
+TEST_F(AlsaOutputDeviceWriteTest, ClearsTheDelayWhenThereIsNoStatus)
+{
+    open();
+    fill();
+    card->overridesStatus = true;
+    card->systemTimestamp = 1;
+    card->audioTimestamp = 5;
+    EXPECT_TRUE(device.updateRenderDelayAndAudioTimestamp());
+    card.setResult(Call::snd_pcm_status, -ENODEV);
+    EXPECT_FALSE(device.updateRenderDelayAndAudioTimestamp());
+    EXPECT_EQ(device.lastRenderingDelay().delay, 0);
+    EXPECT_EQ(device.lastRenderingDelay().timestamp, noTimestamp);
+    EXPECT_NE(device.currentAudioTimestamp(), NoTimeValue) << "left as it was";
+    EXPECT_THAT(log.takeLines(),
+                ElementsAre("ERROR Failed to get pcm status, clear last rendering delay"));
+    EXPECT_EQ(write(480), OutputDevice::Success) << "the audio is not the worse for it";
+}
+
+TEST_F(AlsaOutputDeviceWriteTest, ClearsTheDelayWhenClosed)
+{
+    open();
+    fill();
+    device.close();
+    EXPECT_EQ(device.lastRenderingDelay().timestamp, noTimestamp);
+    EXPECT_EQ(device.getCompensatedRenderingDelay(), 0);
+}
+
+TEST_F(AlsaOutputDeviceWriteTest, KnowsTheQueueOfTheCard)
+{
+    card->crystalPpm = 200;
+    open();
+    fill();
+    std::vector<double> errors; // µs
+    for (int i = 0; i < 100; ++i) {
+        ASSERT_EQ(write(480), OutputDevice::Success);
+        std::this_thread::sleep_for(std::chrono::milliseconds(i % 8));
+        const auto told = static_cast<double>(device.getCompensatedRenderingDelay());
+        const auto now = static_cast<double>(getMonotonicRawSysclockTime());
+        const double played =
+            (now - static_cast<double>(card->runs[0].startTime)) * 48000e-9 * 1.0002;
+        const double held = static_cast<double>(card->framesTaken) - played;
+        errors.push_back(std::abs(told - held / 48000e-9) / 1000);
+    }
+    std::sort(errors.begin(), errors.end());
+    RecordProperty("p50_us", std::to_string(errors[50]));
+    RecordProperty("p99_us", std::to_string(errors[98]));
+    EXPECT_LT(errors[50], 50) << "µs, at the median: a thread may lose the processor now and then";
+}
+
+TEST_F(AlsaOutputDeviceWriteTest, KeepsItsTimesOnTheRawClock)
+{
+    open();
+    fill();
+    const auto now = static_cast<std::int64_t>(getMonotonicRawSysclockTime() / 1000);
+    EXPECT_LE(device.lastRenderingDelay().timestamp, now);
+    EXPECT_GT(device.lastRenderingDelay().timestamp, now - 50'000)
+        << "the monotonic clock may stand 100 ms apart";
+}
+
+TEST_F(AlsaOutputDeviceWriteTest, GoesOnThroughASeriesOfUnderruns)
+{
+    open();
+    card->fault = -EPIPE;
+    card->faultAtFrame = 1'000;
+    card->faultEvery = 1'000;
+    card->faultRepeats = 20;
+    std::size_t underruns = 0;
+    for (int i = 0; i < 60; ++i) {
+        underruns += write(480) == OutputDevice::Underrun ? 1 : 0;
+    }
+    device.drain();
+    EXPECT_EQ(underruns, 21U);
+    const std::vector<std::uint32_t> played = card.played<std::uint32_t>();
+    EXPECT_TRUE(std::adjacent_find(played.begin(), played.end(), std::greater_equal<>()) ==
+                played.end())
+        << "no frame twice";
+    EXPECT_EQ(played.size() + card->framesDropped, 60U * 480);
+}

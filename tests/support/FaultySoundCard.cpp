@@ -1,0 +1,77 @@
+#include "support/FaultySoundCard.h"
+
+#include <fstream>
+#include <iterator>
+
+#include "support/faultyPcm/AlsaCalls.h"
+
+namespace testSupport {
+
+using namespace faultyPcm;
+
+namespace {
+
+std::filesystem::path newFolder()
+{
+    std::string name = (std::filesystem::temp_directory_path() / "kelda-faulty-XXXXXX").string();
+    return mkdtemp(name.data());
+}
+
+} // namespace
+
+FaultySoundCard::FaultySoundCard() : m_folder(newFolder()), m_control(mapControl(m_folder))
+{
+    const std::filesystem::path configuration = m_folder / "asound.conf";
+    std::ofstream(configuration) << "</usr/share/alsa/alsa.conf>\n"
+                                    "pcm_type.kelda_faulty.lib \"" KELDA_FAULTY_PCM_LIBRARY "\"\n"
+                                    "pcm.faulty.type kelda_faulty\n";
+    setenv("ALSA_CONFIG_PATH", configuration.c_str(), 1);
+    setenv(folderVariable, m_folder.c_str(), 1);
+    interceptAlsaCalls(m_control.get());
+}
+
+FaultySoundCard::~FaultySoundCard()
+{
+    interceptAlsaCalls(nullptr);
+    unsetenv(folderVariable);
+    unsetenv("ALSA_CONFIG_PATH");
+    std::filesystem::remove_all(m_folder);
+}
+
+void FaultySoundCard::setResult(Call call, int result)
+{
+    m_control->results[static_cast<std::size_t>(call)] = result;
+}
+
+std::uint32_t FaultySoundCard::count(Call call) const
+{
+    return m_control->counts[static_cast<std::size_t>(call)];
+}
+
+std::int64_t FaultySoundCard::value(Call call) const
+{
+    return m_control->values[static_cast<std::size_t>(call)];
+}
+
+std::vector<std::string> FaultySoundCard::takeCalls()
+{
+    std::vector<std::string> names;
+    const std::uint32_t count = m_control->numSequence.exchange(0);
+    for (std::uint32_t i = 0; i < count && i < m_control->sequence.size(); ++i) {
+        names.emplace_back(callNames[static_cast<std::size_t>(m_control->sequence[i].load())]);
+    }
+    return names;
+}
+
+std::string FaultySoundCard::preload() const
+{
+    return "LD_PRELOAD=" KELDA_ALSA_CALLS_LIBRARY " ASAN_OPTIONS=verify_asan_link_order=0 ";
+}
+
+std::string FaultySoundCard::playedBytes() const
+{
+    std::ifstream file(m_folder / "played.raw", std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+} // namespace testSupport
