@@ -8,11 +8,11 @@ cd "$root"
 
 say() { printf '%s\n' "$*" >&2; }
 
-# install_missing [ci]: installs what scripts/packages lists and the machine lacks; does nothing,
-# and needs no rights, when all is there.
+# install_missing [MARK]: installs what scripts/packages lists, without a mark or with this one, and
+# the machine lacks; does nothing, and needs no rights, when all is there.
 install_missing() {
     missing=
-    for package in $(awk -v ci="${1:-}" '/^[^#]/ && ($2 == "" || $2 == ci) { print $1 }' scripts/packages); do
+    for package in $(awk -v mark="${1:-}" '/^[^#]/ && ($2 == "" || $2 == mark) { print $1 }' scripts/packages); do
         dpkg-query -W -f '${Status}' "$package" 2>/dev/null | grep -q 'ok installed' ||
             missing="$missing $package"
     done

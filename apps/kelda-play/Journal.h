@@ -23,6 +23,13 @@ struct BlockRecord
     std::uint64_t paddedFrames = 0;   ///< missing in the queue, filled by the renderer
     audioUtils::OutputDevice::WriteReturnValue result = audioUtils::OutputDevice::Success;
 
+    /// Whether the device has taken it.
+    [[nodiscard]] bool isHeard() const
+    {
+        return result == audioUtils::OutputDevice::Success ||
+               result == audioUtils::OutputDevice::Underrun;
+    }
+
     [[nodiscard]] std::uint64_t dataFrames() const
     {
         return numFrames - silenceFrames - paddedFrames;

@@ -39,7 +39,9 @@ Gap parseGap(const std::string& text)
 
 void addDeviceOptions(CLI::App& app, Options& options)
 {
-    app.add_option("--device", options.device, "Output device")->capture_default_str();
+    app.add_option("--device", options.device,
+                   "Output device: fake (simulated), or the name of any ALSA device")
+        ->capture_default_str();
     app.add_option("--rate", options.rate, "Sample rate of the device in Hz [the files' rate]")
         ->check(CLI::Range(1U, 6'144'000U));
     app.add_option_function<std::string>(
@@ -54,6 +56,11 @@ void addDeviceOptions(CLI::App& app, Options& options)
     app.add_option("--start-threshold", options.startThreshold,
                    "Frames buffered before the device starts [the buffer]")
         ->check(frames);
+    app.add_option("--channel-map", options.channelMap,
+                   "Which speaker each channel is for, e.g. \"FL FR\" [as the device has it]")
+        ->option_text("MAP");
+    app.add_flag("!--no-rate-resample", options.rateResample,
+                 "Forbid ALSA to convert the sample rate");
 }
 
 void addStreamOptions(CLI::App& app, Options& options)

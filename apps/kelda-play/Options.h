@@ -27,6 +27,8 @@ struct Options
     std::uint64_t buffer = 0;
     std::uint64_t period = 0;
     std::uint64_t startThreshold = 0;
+    std::string channelMap; // in ALSA's syntax
+    bool rateResample = true;
 
     unsigned int queueMs = 500;
     unsigned int packetMs = 10;

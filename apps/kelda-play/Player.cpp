@@ -1,7 +1,6 @@
 #include "Player.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cmath>
 #include <cstdio>
 #include <exception>
@@ -10,13 +9,10 @@
 #include <stdexcept>
 #include <thread>
 
-#include <log4cplus/consoleappender.h>
-#include <log4cplus/initializer.h>
-#include <log4cplus/layout.h>
-#include <log4cplus/logger.h>
-
+#include "DeviceRequest.h"
 #include "EndSignals.h"
 #include "Journal.h"
+#include "Logging.h"
 #include "Playlist.h"
 #include "Producer.h"
 #include "Recorder.h"
@@ -25,7 +21,6 @@
 #include "StatusLine.h"
 #include "Trace.h"
 #include "audioUtils/PcmQueue.h"
-#include "audioUtils/device/FakeOutputDevice.h"
 
 namespace keldaPlay {
 
@@ -35,47 +30,6 @@ using miscUtils::TimeValue;
 namespace {
 
 constexpr TimeValue nanosecondsPerMillisecond = 1'000'000;
-
-void logToStandardError(const std::string& level)
-{
-    using namespace log4cplus;
-    const SharedAppenderPtr appender(new ConsoleAppender(true, true));
-    appender->setLayout(std::make_unique<PatternLayout>("%d{%H:%M:%S.%q} %-5p %c: %m%n"));
-    std::string upperCase = level;
-    std::ranges::transform(upperCase, upperCase.begin(),
-                           [](char c) { return static_cast<char>(std::toupper(c)); });
-    Logger root = Logger::getRoot();
-    root.addAppender(appender);
-    root.setLogLevel(getLogLevelManager().fromString(upperCase));
-}
-
-std::unique_ptr<OutputDevice> createDevice(const std::string& name)
-{
-    if (name != "fake") {
-        throw std::runtime_error("unknown device " + name + ", known are: fake");
-    }
-    return std::make_unique<audioUtils::FakeOutputDevice>();
-}
-
-void openDevice(OutputDevice& device, const Options& options, const Playlist& playlist,
-                audioUtils::PcmFormat format)
-{
-    if (options.rate != 0 && options.rate != playlist.rate()) {
-        throw std::runtime_error("the files have " + std::to_string(playlist.rate()) +
-                                 " Hz, not the device's " + std::to_string(options.rate) +
-                                 " Hz, and nothing here converts sample rates");
-    }
-    const auto orElse = [](std::uint64_t asked, std::uint64_t otherwise) {
-        return asked != 0 ? asked : otherwise;
-    };
-    const std::uint64_t period = orElse(options.period, std::max(1U, playlist.rate() / 100));
-    const std::uint64_t buffer = orElse(options.buffer, 8 * period);
-    const std::uint64_t startThreshold = orElse(options.startThreshold, buffer);
-    if (!device.open(options.device, format, playlist.rate(), playlist.numChannels(), buffer,
-                     period, startThreshold, false, "")) {
-        throw std::runtime_error("device " + options.device + " can't be opened");
-    }
-}
 
 void configureQueue(audioUtils::PcmQueue& queue, const Options& options, const OutputDevice& device)
 {
@@ -117,9 +71,12 @@ public:
           m_format(options.format.value_or(m_playlist.fitsInto16Bits() ? audioUtils::S16LE
                                                                        : audioUtils::S32LE)),
           m_layout(checkedLayout(m_format)),
+          m_request(requestFor(options, m_playlist, m_format)),
           m_device(createDevice(options.device))
     {
-        openDevice(*m_device, options, m_playlist, m_format);
+        if (const std::string obstacle = open(*m_device, m_request); !obstacle.empty()) {
+            throw std::runtime_error(obstacle);
+        }
         configureQueue(m_queue, options, *m_device);
         if (options.durationSeconds) {
             m_playlist.limit(static_cast<std::uint64_t>(
@@ -138,7 +95,9 @@ public:
     {
         printStart();
         Producer producer(m_playlist, m_layout, m_queue, m_options);
-        Renderer renderer(m_queue, *m_device, m_recorder ? &*m_recorder : nullptr, m_journal);
+        Renderer renderer(
+            m_queue, *m_device, [this] { return open(*m_device, m_request).empty(); },
+            m_recorder ? &*m_recorder : nullptr, m_journal);
         std::exception_ptr producerError;
 
         std::thread producerThread([&] {
@@ -156,6 +115,7 @@ public:
         producerThread.join();
         rendererThread.join();
 
+        m_isGone = !m_device->isOpened();
         m_device->drain();
         m_device->close();
         printEnd();
@@ -172,6 +132,9 @@ private:
                     m_options.device.c_str(), m_device->sampleRate(), m_device->numChannels(),
                     m_device->numChannels() == 1 ? "" : "s", audioUtils::toString(m_format),
                     m_device->periodSize(), m_device->bufferSize(), m_device->startThreshold());
+        if (const std::string text = differences(m_request, *m_device); !text.empty()) {
+            std::printf("obtained      %s frames\n", text.c_str());
+        }
         std::fflush(stdout);
     }
 
@@ -209,9 +172,8 @@ private:
 
     [[nodiscard]] int checkedResult()
     {
-        if (m_last.result != OutputDevice::Success && m_last.result != OutputDevice::Underrun) {
-            throw std::runtime_error("device " + m_options.device + " failed for good (" +
-                                     std::to_string(m_last.result) + ")");
+        if (m_isGone) {
+            throw std::runtime_error("device " + m_options.device + " has not come back");
         }
         if (m_recorder && !m_recorder->isComplete()) {
             throw std::runtime_error(m_options.recordPath + ": not all could be written");
@@ -227,7 +189,9 @@ private:
     Playlist m_playlist;
     audioUtils::PcmFormat m_format;
     SampleLayout m_layout;
+    DeviceRequest m_request;
     std::unique_ptr<OutputDevice> m_device;
+    bool m_isGone = false;
     audioUtils::PcmQueue m_queue;
     std::optional<Recorder> m_recorder;
     std::optional<Trace> m_trace;
@@ -242,8 +206,7 @@ private:
 int play(const Options& options)
 {
     const EndSignals signals; // first, for they are to be blocked in all threads, the logger's too
-    const log4cplus::Initializer logging;
-    logToStandardError(options.logLevel);
+    const Logging logging(options.logLevel);
     Session session(options, signals);
     return session.run();
 }

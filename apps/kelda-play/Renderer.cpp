@@ -1,8 +1,11 @@
 #include "Renderer.h"
 
 #include <algorithm>
+#include <thread>
 #include <utility>
 
+#include <log4cplus/logger.h>
+#include <log4cplus/loggingmacros.h>
 #include <pthread.h>
 #include <sys/prctl.h>
 
@@ -12,10 +15,12 @@ using audioUtils::OutputDevice;
 using miscUtils::getMonotonicRawSysclockTime;
 using miscUtils::TimeValue;
 
-Renderer::Renderer(audioUtils::PcmQueue& queue, OutputDevice& device, Recorder* recorder,
-                   Journal& journal)
+Renderer::Renderer(audioUtils::PcmQueue& queue, OutputDevice& device, std::function<bool()> reopen,
+                   Recorder* recorder, Journal& journal)
     : m_queue(queue),
       m_device(device),
+      m_reopen(std::move(reopen)),
+      m_delay(device),
       m_recorder(recorder),
       m_journal(journal),
       m_numFrames(device.periodSize()),
@@ -40,7 +45,10 @@ void wakeUpInTime()
 void Renderer::run()
 {
     wakeUpInTime();
-    while (!m_stopped && renderBlock()) {
+    while (!m_stopped) {
+        if (!renderBlock()) {
+            waitForDevice();
+        }
     }
     m_ended = true;
 }
@@ -49,20 +57,51 @@ void Renderer::run()
 bool Renderer::renderBlock()
 {
     BlockRecord record;
-    record.deviceDelay = m_device.getCompensatedRenderingDelay();
+    record.deviceDelay = m_delay.next();
     record.dueTime = getMonotonicRawSysclockTime() + static_cast<TimeValue>(record.deviceDelay);
 
     const std::size_t framesRead = m_queue.read(record.dueTime, m_block, record.delta);
     padFrom(framesRead);
     record.result = m_device.write(m_block.data(), m_numFrames);
+    m_delay.written(record.result, m_numFrames);
 
-    const bool taken =
-        record.result == OutputDevice::Success || record.result == OutputDevice::Underrun;
-    if (taken && m_recorder != nullptr) {
+    if (record.isHeard() && m_recorder != nullptr) {
         m_recorder->write(m_block);
     }
     report(record, framesRead);
-    return taken;
+    return record.isHeard();
+}
+
+void Renderer::waitForDevice()
+{
+    using namespace std::chrono;
+    const log4cplus::Logger logger = log4cplus::Logger::getInstance("kelda-play");
+    LOG4CPLUS_WARN(logger, "The device is gone; the stream goes on unheard until it is back");
+    const auto lost = steady_clock::now();
+    m_device.close();
+    for (milliseconds wait = 100ms; !m_stopped; wait = std::min<milliseconds>(2 * wait, 2s)) {
+        passUnheard(wait);
+        if (m_reopen()) {
+            const auto away = duration_cast<milliseconds>(steady_clock::now() - lost);
+            LOG4CPLUS_WARN(logger, "The device is back after " << away.count() << " ms");
+            m_delay = DeviceDelay(m_device);
+            return;
+        }
+    }
+}
+
+// Read in time, so that the source goes on, and the device finds the stream where it is due.
+void Renderer::passUnheard(std::chrono::milliseconds duration)
+{
+    const auto end = std::chrono::steady_clock::now() + duration;
+    const std::chrono::nanoseconds block(m_numFrames * 1'000'000'000 / m_device.sampleRate());
+    while (!m_stopped && std::chrono::steady_clock::now() < end) {
+        std::this_thread::sleep_for(block);
+        BlockRecord record;
+        record.result = OutputDevice::NotOpened;
+        record.dueTime = getMonotonicRawSysclockTime();
+        report(record, m_queue.read(record.dueTime, m_block, record.delta));
+    }
 }
 
 // The queue leaves what it can't fill as it was.

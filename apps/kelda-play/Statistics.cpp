@@ -10,11 +10,15 @@ namespace keldaPlay {
 void Statistics::add(const BlockRecord& record)
 {
     const bool started = m_dataFrames > 0;
+    m_insertedFrames += record.insertedFrames;
+    m_skippedFrames += record.skippedFrames;
+    if (!record.isHeard()) {
+        m_unheardFrames += record.dataFrames();
+        return;
+    }
     ++m_blocks;
     m_dataFrames += record.dataFrames();
     m_silenceFrames += record.silenceFrames;
-    m_insertedFrames += record.insertedFrames;
-    m_skippedFrames += record.skippedFrames;
     m_underruns += record.result == audioUtils::OutputDevice::Underrun ? 1 : 0;
     if (record.dataFrames() > 0) {
         m_paddedFrames += std::exchange(m_paddingInDoubt, 0);
@@ -47,15 +51,18 @@ std::string Statistics::summary(unsigned int sampleRate) const
     const auto seconds = [sampleRate](std::uint64_t frames) {
         return static_cast<double>(frames) / sampleRate;
     };
+    const std::string unheard = m_unheardFrames == 0 ? ""
+                                                     : ", " + std::to_string(m_unheardFrames) +
+                                                           " while the device was gone";
     std::array<char, 512> text{};
     std::snprintf(text.data(), text.size(),
                   "played        %.3f s in %lu blocks\n"
                   "silence       %.3f s until audio was due, %lu frames in gaps\n"
-                  "lost          %lu frames skipped, %lu missing, %lu underruns\n"
+                  "lost          %lu frames skipped, %lu missing, %lu underruns%s\n"
                   "timing error  mean %.1f us, rms %.1f us, worst %.1f us\n",
                   seconds(m_dataFrames), m_blocks, seconds(m_silenceFrames), m_insertedFrames,
-                  m_skippedFrames, m_paddedFrames, m_underruns, meanError(), rmsError(),
-                  m_worstError);
+                  m_skippedFrames, m_paddedFrames, m_underruns, unheard.c_str(), meanError(),
+                  rmsError(), m_worstError);
     return text.data();
 }
 

@@ -20,6 +20,8 @@ public:
     [[nodiscard]] std::uint64_t skippedFrames() const { return m_skippedFrames; }
     /// What was missing between the first and the last frame of the audio.
     [[nodiscard]] std::uint64_t paddedFrames() const { return m_paddedFrames; }
+    /// Audio that was due while the device was gone.
+    [[nodiscard]] std::uint64_t unheardFrames() const { return m_unheardFrames; }
     [[nodiscard]] std::uint64_t underruns() const { return m_underruns; }
 
     /// Timing errors of the blocks that go on with the audio of the block before, in µs.
@@ -38,6 +40,7 @@ private:
     std::uint64_t m_skippedFrames = 0;
     std::uint64_t m_paddedFrames = 0;
     std::uint64_t m_paddingInDoubt = 0; // a loss if audio follows, else the end of the stream
+    std::uint64_t m_unheardFrames = 0;
     std::uint64_t m_underruns = 0;
     std::uint64_t m_errors = 0;
     double m_sumOfErrors = 0;

@@ -94,6 +94,7 @@ struct Control
 
     // What became of it.
     std::atomic<std::uint32_t> rate; // Hz, as configured
+    std::atomic<std::int32_t> process; // that opened it last
     std::atomic<std::uint32_t> opens;
     std::atomic<std::uint32_t> closes;
     std::atomic<std::uint64_t> framesTaken;

@@ -62,6 +62,7 @@ public:
         m_plugin.poll_events = POLLIN;
         m_plugin.private_data = this;
         m_plugin.callback = callbacks();
+        m_control->process = getpid();
         ++m_control->opens;
     }
 
@@ -372,10 +373,13 @@ private:
         std::uint64_t expirations = 0;
         static_cast<void>(::read(m_timer.get(), &expirations, sizeof expirations));
         *events = 0;
-        pointer();
-        if (m_plugin.state == SND_PCM_STATE_DISCONNECTED) {
+        if (m_control->isGone) {
+            vanish();
             *events = POLLERR;
-        } else if (m_plugin.state == SND_PCM_STATE_DRAINING ? m_played == m_taken : room() >= 0) {
+            return 0;
+        }
+        const bool ranDry = !play(); // for pointer() to tell
+        if (m_plugin.state == SND_PCM_STATE_DRAINING ? ranDry : ranDry || room() >= 0) {
             *events = POLLOUT;
         } else {
             wakeUpLater();

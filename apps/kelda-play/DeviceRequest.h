@@ -1,0 +1,46 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "Options.h"
+#include "Playlist.h"
+#include "audioUtils/device/OutputDevice.h"
+
+namespace keldaPlay {
+
+/// What is asked of an output device; it may grant something else. Sizes in frames.
+struct DeviceRequest
+{
+    std::string name;
+    audioUtils::PcmFormat format = audioUtils::PcmFormat::S16LE;
+    unsigned int sampleRate = 0; // Hz
+    unsigned int numChannels = 0;
+    std::uint64_t bufferSize = 0;
+    std::uint64_t periodSize = 0;
+    std::uint64_t startThreshold = 0;
+    bool rateResample = true;
+    std::string channelMap;
+};
+
+/// What the user asked for, and where he left it open, what suits the files.
+///
+/// Throws std::runtime_error when he asks for another sample rate than the files'.
+[[nodiscard]] DeviceRequest requestFor(const Options& options, const Playlist& playlist,
+                                       audioUtils::PcmFormat format);
+
+/// "fake": the simulated device; any other name is ALSA's.
+[[nodiscard]] std::unique_ptr<audioUtils::OutputDevice> createDevice(const std::string& name);
+
+/// Opens a device; a failed one is closed again.
+///
+/// @return what stands in the way, or an empty text
+[[nodiscard]] std::string open(audioUtils::OutputDevice& device, const DeviceRequest& request);
+
+/// "period 1024 instead of 480, buffer 4096 instead of 3840": where a device granted something
+/// else; empty where it did not.
+[[nodiscard]] std::string differences(const DeviceRequest& request,
+                                      const audioUtils::OutputDevice& device);
+
+} // namespace keldaPlay

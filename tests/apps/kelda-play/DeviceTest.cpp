@@ -1,0 +1,355 @@
+// The player on an ALSA device that misbehaves: what its users suffer from, a scenario each.
+//
+// The file played is told frame by frame, and so is what the simulated card heard. In every
+// scenario no frame is repeated, and none is lost that is not counted in a result or a log line.
+
+#include <algorithm>
+#include <cerrno>
+#include <limits>
+#include <numeric>
+
+#include <alsa/asoundlib.h>
+
+#include "PlayFixture.h"
+#include "support/FaultySoundCard.h"
+
+using namespace keldaPlayTest;
+using testing::AllOf;
+using testing::ContainsRegex;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+using testing::StartsWith;
+using testSupport::FaultySoundCard;
+using testSupport::faultyPcm::Call;
+
+namespace {
+
+constexpr std::uint32_t forEver = std::numeric_limits<std::uint32_t>::max();
+constexpr std::uint32_t numFrames = 3 * 48000;
+constexpr double nanosecondsPerFrame = 1e9 / 48000;
+
+/// 16-bit stereo in which each frame, read as 32 bits, is its number, from 1 on.
+void createNumberedFrames(const std::string& path)
+{
+    SF_INFO info{};
+    info.samplerate = 48000;
+    info.channels = 2;
+    info.format = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
+    SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
+    ASSERT_NE(file, nullptr) << sf_strerror(nullptr);
+    std::vector<std::uint32_t> frames(numFrames);
+    std::iota(frames.begin(), frames.end(), 1U);
+    EXPECT_EQ(sf_writef_short(file, reinterpret_cast<short*>(frames.data()), numFrames), numFrames);
+    sf_close(file);
+}
+
+class DeviceTest : public PlayTest
+{
+protected:
+    DeviceTest() { createNumberedFrames(file); }
+
+    int playOn(const std::string& options, const std::string& before = "")
+    {
+        return play("--device faulty --trace " + path("t.csv") + " " + options + " " + file,
+                    before);
+    }
+
+    /// Plays, and does something to the card meanwhile.
+    template<typename Function>
+    int playWhile(const std::string& options, Function function)
+    {
+        int status = -1;
+        std::thread player([&] { status = playOn(options); });
+        function();
+        player.join();
+        return status;
+    }
+
+    void waitUntilTaken(std::uint64_t frames) const
+    {
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+        while (card->framesTaken < frames && std::chrono::steady_clock::now() < end) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+    }
+
+    /// The frames of the file that were heard, in their order, without silence.
+    [[nodiscard]] std::vector<std::uint32_t> heard() const
+    {
+        std::vector<std::uint32_t> frames = card.played<std::uint32_t>();
+        std::erase(frames, 0U);
+        return frames;
+    }
+
+    void expectAllHeard() const
+    {
+        std::vector<std::uint32_t> all(numFrames);
+        std::iota(all.begin(), all.end(), 1U);
+        EXPECT_TRUE(heard() == all) << heard().size() << " of " << numFrames;
+    }
+
+    /// No frame twice, and none missing that is not counted.
+    void expectAllCounted(std::uint64_t unheard = 0) const
+    {
+        const std::vector<std::uint32_t> frames = heard();
+        EXPECT_TRUE(std::adjacent_find(frames.begin(), frames.end(), std::greater_equal<>()) ==
+                    frames.end())
+            << "repeated";
+        std::uint64_t counted = unheard;
+        for (const TraceRow& row : trace()) {
+            counted += row.skipped;
+        }
+        const std::uint64_t missing = numFrames - frames.size();
+        EXPECT_LE(missing, counted + card->framesDropped) << "lost without a word";
+        EXPECT_GE(missing, counted) << "counted, but heard";
+    }
+
+    /// By how much the stream is out of step after the last start of the card, in ms, against
+    /// before the second one.
+    [[nodiscard]] double stepsBetweenRuns() const
+    {
+        const std::vector<std::uint32_t> frames = card.played<std::uint32_t>();
+        const auto startOfStream = [&](std::uint32_t run) {
+            const std::uint64_t begin = card->runs[run].playedBefore;
+            std::uint64_t at =
+                run + 1 < card->numRuns ? card->runs[run + 1].playedBefore.load() : frames.size();
+            do {
+                --at;
+            } while (at > begin && frames[at] == 0);
+            EXPECT_GT(at, begin) << "no audio";
+            return static_cast<double>(card->runs[run].startTime) +
+                   (static_cast<double>(at - begin) - frames[at]) * nanosecondsPerFrame;
+        };
+        return (startOfStream(card->numRuns - 1) - startOfStream(0)) / 1e6;
+    }
+
+    FaultySoundCard card;
+    const std::string file = path("numbered.wav");
+};
+
+} // namespace
+
+TEST_F(DeviceTest, PlaysEveryFrameOnce)
+{
+    ASSERT_EQ(playOn(patient + "--channel-map 'FL FR' --no-rate-resample"), 0) << err;
+    expectAllHeard();
+    EXPECT_THAT(err, IsEmpty());
+    EXPECT_THAT(out, StartsWith("faulty: 48000 Hz, 2 channels, S16LE, period 480, buffer 24000, "
+                                "start 24000 frames\n"));
+    EXPECT_THAT(out, Not(HasSubstr("obtained")));
+    EXPECT_EQ(card->numChannelsMapped, 2U);
+}
+
+TEST_F(DeviceTest, PassesOnWhetherAlsaMayResample)
+{
+    ASSERT_EQ(playOn("--no-rate-resample --duration 0.1", card.preload()), 0) << err;
+    EXPECT_EQ(card.value(Call::snd_pcm_hw_params_set_rate_resample), 0);
+    ASSERT_EQ(playOn("--duration 0.1", card.preload()), 0) << err;
+    EXPECT_EQ(card.value(Call::snd_pcm_hw_params_set_rate_resample), 1);
+}
+
+TEST_F(DeviceTest, SurvivesADelayThatMovesOnceAPeriod)
+{
+    card->granularity = 480;
+    ASSERT_EQ(playOn(patient), 0) << err;
+    expectAllHeard();
+}
+
+TEST_F(DeviceTest, SurvivesADelayThatJumps)
+{
+    ASSERT_EQ(playWhile(patient,
+                        [this] {
+                            for (const int milliseconds : {5, -5, 100, 0, -100, 0}) {
+                                waitUntilTaken(card->framesTaken + 20'000);
+                                card->delayOffset = milliseconds * 48;
+                            }
+                        }),
+              0)
+        << err;
+    expectAllCounted();
+    EXPECT_GT(heard().size(), numFrames / 2);
+}
+
+TEST_F(DeviceTest, SurvivesADelayBelowZero)
+{
+    card->delayOffset = -48'000;
+    ASSERT_EQ(playOn(patient), 0) << err;
+    expectAllHeard();
+}
+
+// Asked for it directly, the device tells a negative delay as one of many hours.
+TEST_F(DeviceTest, SurvivesADelayBelowZeroWithoutTimestamps)
+{
+    card->delayOffset = -48'000;
+    card->zeroTimestamps = forEver;
+    ASSERT_EQ(playOn(patient, card.preload()), 0) << err;
+    expectAllHeard();
+}
+
+TEST_F(DeviceTest, SurvivesFirstPeriodsWithoutTimestamps)
+{
+    card->zeroTimestamps = 50;
+    ASSERT_EQ(playOn(patient, card.preload()), 0) << err;
+    expectAllHeard();
+    EXPECT_EQ(card->zeroTimestamps, 0U);
+}
+
+TEST_F(DeviceTest, SurvivesForEverWithoutTimestamps)
+{
+    card->zeroTimestamps = forEver;
+    ASSERT_EQ(playOn(patient, card.preload()), 0) << err;
+    expectAllHeard();
+    EXPECT_THAT(err, HasSubstr("WARN  AudioUtils: ALSA did not return a valid timestamp\n"));
+}
+
+TEST_F(DeviceTest, IsBackInStepAfterUnderruns)
+{
+    card->fault = -EPIPE;
+    card->faultAtFrame = 80'000;
+    card->faultEvery = 5'000; // again, before it is full
+    card->faultRepeats = 5;
+    ASSERT_EQ(playOn(patient + "--start-threshold 12000"), 0) << err;
+    expectAllCounted();
+    EXPECT_THAT(out, HasSubstr(", 6 underruns\n"));
+    EXPECT_NEAR(stepsBetweenRuns(), 0, 20) << "ms";
+}
+
+TEST_F(DeviceTest, IsBackInStepAfterAStall)
+{
+    const auto stall = [this] {
+        waitUntilTaken(72'000);
+        ASSERT_EQ(kill(card->process, SIGSTOP), 0);
+        std::this_thread::sleep_for(std::chrono::milliseconds(400));
+        ASSERT_EQ(kill(card->process, SIGCONT), 0);
+    };
+    ASSERT_EQ(playWhile("", stall), 0) << err;
+    expectAllCounted();
+    EXPECT_GE(card->underruns, 1U);
+    EXPECT_THAT(out, Not(HasSubstr(", 0 underruns\n")));
+    EXPECT_NEAR(stepsBetweenRuns(), 0, 20) << "ms";
+}
+
+TEST_F(DeviceTest, WritesARepeatedErrorOnceInAWhile)
+{
+    card.setResult(Call::snd_pcm_status, -EIO);
+    ASSERT_EQ(playOn(patient, card.preload()), 0) << err;
+    expectAllHeard();
+    EXPECT_GT(card.count(Call::snd_pcm_status), 100U);
+    EXPECT_LE(numLines(err), 2U) << err;
+    EXPECT_THAT(err, ContainsRegex("Failed to get pcm status, clear last rendering delay \\(and "
+                                   "[0-9]+ times more\\)\n$"));
+}
+
+TEST_F(DeviceTest, TellsWhichGeometryItObtained)
+{
+    card->onlyPeriod = 1024;
+    card->onlyBuffer = 16384;
+    ASSERT_EQ(playOn(patient), 0) << err;
+    expectAllHeard();
+    EXPECT_THAT(out, StartsWith("faulty: 48000 Hz, 2 channels, S16LE, period 1024, buffer 16384, "
+                                "start 16384 frames\n"
+                                "obtained      period 1024 instead of 480, buffer 16384 instead of "
+                                "24000, start 16384 instead of 24000 frames\n"));
+}
+
+TEST_F(DeviceTest, RefusesToPlayAtAnotherSpeed)
+{
+    card->onlyRate = 44100;
+    EXPECT_EQ(playOn(""), 1);
+    EXPECT_EQ(err, "kelda-play: device faulty runs at 44100 Hz, not the files' 48000 Hz, and "
+                   "nothing here converts sample rates\n");
+    EXPECT_EQ(card->framesTaken, 0U);
+}
+
+TEST_F(DeviceTest, PlaysOnACardThatKnowsOneFormat)
+{
+    card->onlyFormat = SND_PCM_FORMAT_S32_LE + 1;
+    EXPECT_EQ(playOn(""), 1);
+    EXPECT_THAT(err, EndsWith("kelda-play: device faulty can't be opened for 2 channels of S16LE "
+                              "at 48000 Hz\n"));
+    ASSERT_EQ(playOn(patient + "--format S32LE"), 0) << err;
+    std::vector<std::int32_t> samples = card.played<std::int32_t>();
+    std::vector<std::int32_t> expected;
+    for (std::uint32_t frame = 1; frame <= numFrames; ++frame) {
+        expected.push_back(static_cast<std::int32_t>(frame << 16));
+        expected.push_back(static_cast<std::int32_t>(frame & 0xFFFF0000U));
+    }
+    const auto first = std::find(samples.begin(), samples.end(), 1 << 16);
+    ASSERT_GE(samples.end() - first, 2 * static_cast<std::ptrdiff_t>(numFrames));
+    EXPECT_TRUE(std::equal(expected.begin(), expected.end(), first));
+}
+
+// 24 bits stand in 3 bytes or at the low end of 4: mixed up, they are noise.
+TEST_F(DeviceTest, Plays24BitsInEitherWidth)
+{
+    createSound(path("24.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_24, 4800);
+    const Sound sound = load(path("24.wav"));
+    for (const std::size_t bytes : {3U, 4U}) {
+        std::filesystem::remove(card.folder() / "played.raw");
+        ASSERT_EQ(play("--device faulty" + patient + "--format " +
+                       (bytes == 3 ? "S24LE " : "S24_32LE ") + path("24.wav")),
+                  0)
+            << err;
+        const std::vector<unsigned char> played = card.played<unsigned char>();
+        std::vector<double> samples;
+        for (std::size_t at = 0; at + bytes <= played.size(); at += bytes) {
+            const std::uint32_t value = played[at] | std::uint32_t{played[at + 1]} << 8 |
+                                        std::uint32_t{played[at + 2]} << 16;
+            samples.push_back(static_cast<std::int32_t>(value << 8) / 2147483648.0);
+            if (bytes == 4) {
+                EXPECT_EQ(played[at + 3], (value & 0x800000U) != 0 ? 0xFF : 0);
+            }
+        }
+        const auto first =
+            std::find_if(samples.begin(), samples.end(), [](double sample) { return sample != 0; });
+        ASSERT_GE(static_cast<std::size_t>(samples.end() - first), sound.samples.size());
+        EXPECT_TRUE(std::equal(sound.samples.begin(), sound.samples.end(), first)) << bytes;
+    }
+}
+
+TEST_F(DeviceTest, WaitsForADeviceThatVanishesAndIsInStepWhenItIsBack)
+{
+    const auto vanish = [this] {
+        waitUntilTaken(48'000);
+        card->isGone = true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(500));
+        card->isGone = false;
+    };
+    ASSERT_EQ(playWhile("", vanish), 0) << err;
+    EXPECT_EQ(card->opens, 2U);
+    EXPECT_THAT(err, ContainsRegex("WARN  kelda-play: The device is gone; the stream goes on "
+                                   "unheard until it is back\n"));
+    EXPECT_THAT(err, ContainsRegex("WARN  kelda-play: The device is back after [0-9]+ ms\n"));
+    EXPECT_LE(numLines(err), 6U) << err;
+    const auto at = out.find(" while the device was gone\n");
+    ASSERT_NE(at, std::string::npos) << out;
+    const std::uint64_t unheard = std::stoul(out.substr(out.rfind(' ', at - 1)));
+    EXPECT_NEAR(static_cast<double>(unheard), 0.75 * 48'000, 0.25 * 48'000);
+    expectAllCounted(unheard);
+    EXPECT_NEAR(stepsBetweenRuns(), 0, 20) << "ms";
+    EXPECT_GT(heard().back(), numFrames - 10);
+}
+
+TEST_F(DeviceTest, EndsWhenTheDeviceNeverComesBack)
+{
+    EXPECT_EQ(playWhile("",
+                        [this] {
+                            waitUntilTaken(48'000);
+                            card->isGone = true;
+                        }),
+              1);
+    EXPECT_THAT(err, EndsWith("kelda-play: device faulty has not come back\n"));
+    EXPECT_LE(numLines(err), 6U) << err;
+}
+
+TEST_F(DeviceTest, TellsInOneLineThatThereIsNoSuchDevice)
+{
+    EXPECT_EQ(play("--device nowhere " + file), 1);
+    EXPECT_THAT(err, EndsWith("\nkelda-play: device nowhere can't be opened for 2 channels of "
+                              "S16LE at 48000 Hz\n"));
+    EXPECT_THAT(err, HasSubstr("ERROR AudioUtils: Error while opening ALSA output device: "));
+    EXPECT_EQ(numLines(err), 2U) << err;
+    EXPECT_THAT(out, IsEmpty());
+}

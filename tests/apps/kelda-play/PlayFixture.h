@@ -1,0 +1,195 @@
+#pragma once
+
+// What the tests of the whole player share: sound files, running it, and what it leaves behind.
+
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <sndfile.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace keldaPlayTest {
+
+inline const std::string recording = "/usr/share/sounds/alsa/Front_Center.wav";
+// A device that half a second of other work on this machine does not let run dry.
+inline const std::string patient = " --period 480 --buffer 24000 ";
+
+struct Sound
+{
+    SF_INFO info{};
+    std::vector<double> samples;
+
+    [[nodiscard]] std::size_t frames() const { return static_cast<std::size_t>(info.frames); }
+};
+
+inline Sound load(const std::string& path)
+{
+    Sound sound;
+    SNDFILE* file = sf_open(path.c_str(), SFM_READ, &sound.info);
+    if (file == nullptr) {
+        ADD_FAILURE() << path << ": " << sf_strerror(nullptr);
+        return sound;
+    }
+    sound.samples.resize(sound.frames() * static_cast<std::size_t>(sound.info.channels));
+    EXPECT_EQ(sf_readf_double(file, sound.samples.data(), sound.info.frames), sound.info.frames);
+    sf_close(file);
+    return sound;
+}
+
+/// Writes an exactly reproducible stereo noise with a quiet sine on top.
+inline void createSound(const std::string& path, int format, sf_count_t frames)
+{
+    SF_INFO info{};
+    info.samplerate = 48000;
+    info.channels = 2;
+    info.format = format;
+    SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
+    ASSERT_NE(file, nullptr) << sf_strerror(nullptr);
+    std::vector<double> samples(static_cast<std::size_t>(frames) * 2);
+    unsigned int random = 1;
+    for (double& sample : samples) {
+        random = random * 1664525U + 1013904223U;
+        sample = random / 4294967296.0 * 1.4 - 0.7;
+    }
+    EXPECT_EQ(sf_writef_double(file, samples.data(), frames), frames);
+    sf_close(file);
+}
+
+struct TraceRow
+{
+    std::uint64_t due, fill, frames, silence, inserted, skipped, padded, underruns;
+    std::int64_t delta, delay;
+
+    [[nodiscard]] std::uint64_t data() const { return frames - silence - padded; }
+};
+
+class PlayTest : public testing::Test
+{
+protected:
+    PlayTest() { std::filesystem::create_directory(folder); }
+    ~PlayTest() override { std::filesystem::remove_all(folder); }
+
+    [[nodiscard]] std::string path(const std::string& name) const { return folder / name; }
+
+    /// Runs the player to its end; the arguments are a shell's.
+    int play(const std::string& arguments, const std::string& before = "")
+    {
+        const std::string command = before + KELDA_PLAY " " + arguments + " >" + path("out") +
+                                    " 2>" + path("err") + " </dev/null";
+        return finish(std::system(command.c_str()));
+    }
+
+    int finish(int status)
+    {
+        out = read("out");
+        err = read("err");
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+    }
+
+    /// Starts the player, sends it a signal after a while, and waits for its end.
+    int interrupt(const std::string& arguments, int signal)
+    {
+        const std::string command = "exec " KELDA_PLAY " " + arguments + " >" + path("out") +
+                                    " 2>" + path("err") + " </dev/null";
+        const char* argv[] = {"sh", "-c", command.c_str(), nullptr};
+        pid_t process = 0;
+        EXPECT_EQ(
+            posix_spawn(&process, "/bin/sh", nullptr, nullptr, const_cast<char**>(argv), environ),
+            0);
+        std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+        const auto before = std::chrono::steady_clock::now();
+        kill(process, signal);
+        int status = 0;
+        waitpid(process, &status, 0);
+        latency = std::chrono::steady_clock::now() - before;
+        return finish(status);
+    }
+
+    [[nodiscard]] std::string read(const std::string& name) const
+    {
+        std::ostringstream text;
+        text << std::ifstream(path(name)).rdbuf();
+        return text.str();
+    }
+
+    [[nodiscard]] std::vector<TraceRow> trace() const
+    {
+        std::istringstream lines(read("t.csv"));
+        std::string line;
+        std::getline(lines, line);
+        EXPECT_EQ(line, "due_time_ns,delta_ns,queue_fill_ns,device_delay_ns,frames,silence_frames,"
+                        "inserted_frames,skipped_frames,padded_frames,underruns");
+        std::vector<TraceRow> rows;
+        while (std::getline(lines, line)) {
+            std::replace(line.begin(), line.end(), ',', ' ');
+            std::istringstream in(line);
+            TraceRow row{};
+            in >> row.due >> row.delta >> row.fill >> row.delay >> row.frames >> row.silence >>
+                row.inserted >> row.skipped >> row.padded >> row.underruns;
+            EXPECT_TRUE(in && in.eof()) << line;
+            rows.push_back(row);
+        }
+        return rows;
+    }
+
+    /// The frames of silence that the device was given before the first frame of the stream.
+    [[nodiscard]] std::size_t lead() const
+    {
+        std::size_t frames = 0;
+        for (const TraceRow& row : trace()) {
+            if (row.data() > 0) {
+                return frames + row.silence;
+            }
+            frames += row.frames;
+        }
+        ADD_FAILURE() << "no audio at all";
+        return frames;
+    }
+
+    /// What the device was given from the first frame of the stream on, cut to so many frames; the
+    /// rest must be silence.
+    [[nodiscard]] Sound recorded(std::size_t frames) const
+    {
+        Sound sound = load(path("r.wav"));
+        const auto channels = static_cast<std::size_t>(sound.info.channels);
+        const std::size_t skipped = lead();
+        if (sound.frames() < skipped + frames) {
+            ADD_FAILURE() << "only " << sound.frames() << " frames";
+            return {};
+        }
+        const auto begin = sound.samples.begin() + static_cast<std::ptrdiff_t>(skipped * channels);
+        EXPECT_THAT(std::vector<double>(sound.samples.begin(), begin), testing::Each(0.0));
+        const auto end = begin + static_cast<std::ptrdiff_t>(frames * channels);
+        EXPECT_THAT(std::vector<double>(end, sound.samples.end()), testing::Each(0.0));
+        sound.samples = std::vector<double>(begin, end);
+        return sound;
+    }
+
+    [[nodiscard]] std::string outputs() const
+    {
+        return " --record " + path("r.wav") + " --trace " + path("t.csv") + " ";
+    }
+
+    const std::filesystem::path folder =
+        std::filesystem::temp_directory_path() / ("kelda-play-test-" + std::to_string(getpid()));
+    std::string out;
+    std::string err;
+    std::chrono::duration<double> latency{};
+};
+
+inline std::size_t numLines(const std::string& text)
+{
+    return static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
+}
+
+} // namespace keldaPlayTest
