@@ -1,23 +1,14 @@
 // What the timestamps cost: a PcmQueue against a bare ring behind a mutex, in the same run.
-//
-//     build-release/bin/kelda-benchmarks
-//
 // Both are written and read in blocks of 10 ms, 16-bit stereo at 48 kHz, and stay half full, as in
-// playback. The last line prints the ratio of the medians.
+// playback.
 
 #include <algorithm>
 #include <array>
 #include <cstring>
-#include <iostream>
-#include <map>
 #include <mutex>
-#include <string>
 #include <vector>
 
 #include <benchmark/benchmark.h>
-#include <log4cplus/initializer.h>
-#include <log4cplus/logger.h>
-#include <log4cplus/nullappender.h>
 
 #include "audioUtils/PcmQueue.h"
 
@@ -111,59 +102,8 @@ void pcmQueue(benchmark::State& state, bool timestamping)
     }
 }
 
-/// Prints the table as usual and keeps the medians.
-class MedianReporter : public benchmark::ConsoleReporter
-{
-public:
-    void ReportRuns(const std::vector<Run>& runs) override
-    {
-        ConsoleReporter::ReportRuns(runs);
-        for (const Run& run : runs) {
-            if (run.aggregate_name == "median") {
-                m_medians[run.run_name.function_name] = run.GetAdjustedCPUTime();
-            }
-        }
-    }
-
-    void printRatio(const std::string& name, const std::string& peer) const
-    {
-        const auto a = m_medians.find(name);
-        const auto b = m_medians.find(peer);
-        if (a != m_medians.end() && b != m_medians.end()) {
-            std::cout << name << " / " << peer << " = " << a->second / b->second << "  ("
-                      << a->second << " ns / " << b->second << " ns)\n";
-        }
-    }
-
-private:
-    std::map<std::string, double> m_medians;
-};
-
 } // namespace
 
-int main(int argc, char** argv)
-{
-    const log4cplus::Initializer logging;
-    log4cplus::Logger::getRoot().addAppender(
-        log4cplus::SharedAppenderPtr(new log4cplus::NullAppender));
-    log4cplus::Logger::getRoot().setLogLevel(log4cplus::INFO_LOG_LEVEL);
-
-    const auto prepare = [](benchmark::internal::Benchmark* benchmark) {
-        benchmark->Repetitions(15)->ReportAggregatesOnly(true);
-    };
-    prepare(benchmark::RegisterBenchmark("bareRing", bareRing));
-    prepare(benchmark::RegisterBenchmark("PcmQueue", pcmQueue, true));
-    prepare(benchmark::RegisterBenchmark("PcmQueueWithoutTimestamps", pcmQueue, false));
-
-    // Interleaved, so that a change of the machine's speed meets all of them.
-    std::vector<char*> arguments(argv, argv + argc);
-    std::string interleave = "--benchmark_enable_random_interleaving=true";
-    arguments.insert(arguments.begin() + 1, interleave.data());
-    int count = static_cast<int>(arguments.size());
-    benchmark::Initialize(&count, arguments.data());
-    MedianReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    reporter.printRatio("PcmQueue", "bareRing");
-    reporter.printRatio("PcmQueueWithoutTimestamps", "bareRing");
-    return 0;
-}
+BENCHMARK(bareRing);
+BENCHMARK_CAPTURE(pcmQueue, withTimestamps, true);
+BENCHMARK_CAPTURE(pcmQueue, withoutTimestamps, false);

@@ -30,25 +30,10 @@ constexpr std::uint32_t forEver = std::numeric_limits<std::uint32_t>::max();
 constexpr std::uint32_t numFrames = 3 * 48000;
 constexpr double nanosecondsPerFrame = 1e9 / 48000;
 
-/// 16-bit stereo in which each frame, read as 32 bits, is its number, from 1 on.
-void createNumberedFrames(const std::string& path)
-{
-    SF_INFO info{};
-    info.samplerate = 48000;
-    info.channels = 2;
-    info.format = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
-    SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
-    ASSERT_NE(file, nullptr) << sf_strerror(nullptr);
-    std::vector<std::uint32_t> frames(numFrames);
-    std::iota(frames.begin(), frames.end(), 1U);
-    EXPECT_EQ(sf_writef_short(file, reinterpret_cast<short*>(frames.data()), numFrames), numFrames);
-    sf_close(file);
-}
-
 class DeviceTest : public PlayTest
 {
 protected:
-    DeviceTest() { createNumberedFrames(file); }
+    DeviceTest() { createNumberedFrames(file, numFrames); }
 
     int playOn(const std::string& options, const std::string& before = "")
     {

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <numeric>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -62,6 +63,21 @@ inline void createSound(const std::string& path, int format, sf_count_t frames)
         sample = random / 4294967296.0 * 1.4 - 0.7;
     }
     EXPECT_EQ(sf_writef_double(file, samples.data(), frames), frames);
+    sf_close(file);
+}
+
+/// 16-bit stereo in which each frame, read as 32 bits, is its number, from 1 on.
+inline void createNumberedFrames(const std::string& path, std::uint32_t numFrames)
+{
+    SF_INFO info{};
+    info.samplerate = 48000;
+    info.channels = 2;
+    info.format = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
+    SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
+    ASSERT_NE(file, nullptr) << sf_strerror(nullptr);
+    std::vector<std::uint32_t> frames(numFrames);
+    std::iota(frames.begin(), frames.end(), 1U);
+    EXPECT_EQ(sf_writef_short(file, reinterpret_cast<short*>(frames.data()), numFrames), numFrames);
     sf_close(file);
 }
 
