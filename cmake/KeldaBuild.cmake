@@ -20,6 +20,7 @@ option(KELDA_WARNINGS_AS_ERRORS "Fail the build on any warning" ON)
 
 find_package(PkgConfig REQUIRED)
 find_package(Threads REQUIRED)
+find_package(nlohmann_json REQUIRED)
 pkg_check_modules(log4cplus REQUIRED IMPORTED_TARGET log4cplus)
 pkg_check_modules(alsa REQUIRED IMPORTED_TARGET alsa)
 

@@ -1,10 +1,22 @@
 #include "audioUtils/DsdDataStructures.h"
 
+#include <limits>
+#include <utility>
+
+#include "audioUtils/detail/AudioDescriptions.h"
+
 namespace audioUtils {
 
 namespace {
 
 constexpr DsdFormat dsdFormats[] = {DSDU8, DSDU16LE, DSDU16BE, DSDU32LE, DSDU32BE};
+
+const detail::AudioFamily family = {log4cplus::Logger::getInstance("AudioUtils"),
+                                    "DSD",
+                                    "bitrate",
+                                    "dsdFormat",
+                                    "bitrates",
+                                    "dsdFormats"};
 
 } // namespace
 
@@ -54,6 +66,63 @@ const char* toString(DsdFormat format)
         return "DSDU32BE";
     }
     return "<unknown>";
+}
+
+DsdAudioInfo::DsdAudioInfo() : AudioInfo(dsdAudioType()) {}
+
+DsdAudioInfo::DsdAudioInfo(int bitrate, int numChannels, DsdFormat dsdFormat)
+    : AudioInfo(dsdAudioType()), m_fields{bitrate, numChannels, dsdFormat}
+{
+}
+
+bool DsdAudioInfo::isValid() const
+{
+    return detail::isValid(m_fields);
+}
+
+miscUtils::Variant DsdAudioInfo::toVariant() const
+{
+    return detail::toVariant(family, m_fields);
+}
+
+bool DsdAudioInfo::fromVariant(const miscUtils::Variant& variant)
+{
+    return detail::fromVariant(family, variant, m_fields);
+}
+
+DsdAudioCapabilities::DsdAudioCapabilities() : AudioCapabilities(dsdAudioType()) {}
+
+DsdAudioCapabilities::DsdAudioCapabilities(IntegerRange bitrates, IntegerRange numChannels,
+                                           std::vector<DsdFormat> dsdFormats)
+    : AudioCapabilities(dsdAudioType()),
+      m_fields{std::move(bitrates), std::move(numChannels), std::move(dsdFormats)}
+{
+}
+
+miscUtils::Variant DsdAudioCapabilities::toVariant() const
+{
+    return detail::toVariant(family, m_fields);
+}
+
+bool DsdAudioCapabilities::fromVariant(const miscUtils::Variant& variant)
+{
+    return detail::fromVariant(family, variant, m_fields);
+}
+
+bool isAudioInfoCompatible(const DsdAudioInfo& info, const DsdAudioCapabilities& capabilities)
+{
+    return detail::isCompatible(info.m_fields, capabilities.m_fields);
+}
+
+bool pickNearestAudioInfo(DsdAudioInfo& info, const DsdAudioCapabilities& capabilities)
+{
+    return detail::pickNearest(info.m_fields, capabilities.m_fields);
+}
+
+DsdAudioCapabilities getAllPossibleDsdCapabilities()
+{
+    constexpr int largest = std::numeric_limits<int>::max();
+    return {{1, largest}, {1, largest}, getAllDsdFormats()};
 }
 
 } // namespace audioUtils

@@ -3,6 +3,8 @@
 #include <string>
 #include <vector>
 
+#include "audioUtils/AudioDataStructures.h"
+#include "audioUtils/detail/AudioFields.h"
 #include "miscUtils/Export.h"
 
 namespace audioUtils {
@@ -28,5 +30,90 @@ enum DsdFormat : int {
 
 /// The format's name; "<unknown>" for a value that is no format. Valid for the life of the process.
 [[nodiscard]] KELDA_EXPORT const char* toString(DsdFormat format);
+
+class DsdAudioCapabilities;
+
+/// A DSD stream: bit rate, channels and format.
+class KELDA_EXPORT DsdAudioInfo : public AudioInfo
+{
+public:
+    /// Nothing: not valid.
+    DsdAudioInfo();
+    /// @param bitrate one-bit samples a second, of each channel
+    DsdAudioInfo(int bitrate, int numChannels, DsdFormat dsdFormat);
+
+    /// Whether it has a bit rate and a channel. The format plays no part.
+    [[nodiscard]] bool isValid() const override;
+    [[nodiscard]] bool operator==(const DsdAudioInfo& other) const
+    {
+        return m_fields == other.m_fields;
+    }
+
+    [[nodiscard]] int getBitrate() const { return m_fields.rate; }
+    [[nodiscard]] int getNumChannels() const { return m_fields.numChannels; }
+    [[nodiscard]] DsdFormat getDsdFormat() const { return m_fields.format; }
+    void setBitrate(int bitrate) { m_fields.rate = bitrate; }
+    void setNumChannels(int numChannels) { m_fields.numChannels = numChannels; }
+    void setDsdFormat(DsdFormat dsdFormat) { m_fields.format = dsdFormat; }
+
+    /// {"bitrate": 2822400, "numChannels": 2, "dsdFormat": "DSDU8"}
+    [[nodiscard]] miscUtils::Variant toVariant() const override;
+    /// Takes what toVariant() gave. Field by field: what was read before a failure has been changed
+    /// by then. Validity is not checked.
+    [[nodiscard]] bool fromVariant(const miscUtils::Variant& variant) override;
+
+private:
+    friend KELDA_EXPORT bool isAudioInfoCompatible(const DsdAudioInfo& info,
+                                                   const DsdAudioCapabilities& capabilities);
+    friend KELDA_EXPORT bool pickNearestAudioInfo(DsdAudioInfo& info,
+                                                  const DsdAudioCapabilities& capabilities);
+
+    detail::AudioInfoFields<DsdFormat> m_fields;
+};
+
+/// Which DSD streams a source or a sink is able to: each field by itself, in any combination.
+class KELDA_EXPORT DsdAudioCapabilities : public AudioCapabilities
+{
+public:
+    /// Every bit rate and channel count, but no format: nothing is compatible.
+    DsdAudioCapabilities();
+    DsdAudioCapabilities(IntegerRange bitrates, IntegerRange numChannels,
+                         std::vector<DsdFormat> dsdFormats);
+
+    [[nodiscard]] bool operator==(const DsdAudioCapabilities& other) const
+    {
+        return m_fields == other.m_fields;
+    }
+
+    [[nodiscard]] const IntegerRange& getBitrates() const { return m_fields.rates; }
+    [[nodiscard]] const IntegerRange& getNumChannels() const { return m_fields.numChannels; }
+    [[nodiscard]] const std::vector<DsdFormat>& getDsdFormats() const { return m_fields.formats; }
+
+    /// {"bitrates": {...}, "numChannels": {...}, "dsdFormats": ["DSDU8", ...]}
+    [[nodiscard]] miscUtils::Variant toVariant() const override;
+    /// Takes what toVariant() gave. Field by field: what was read before a failure has been changed
+    /// by then. The formats are appended to those that are there already.
+    [[nodiscard]] bool fromVariant(const miscUtils::Variant& variant) override;
+
+private:
+    friend KELDA_EXPORT bool isAudioInfoCompatible(const DsdAudioInfo& info,
+                                                   const DsdAudioCapabilities& capabilities);
+    friend KELDA_EXPORT bool pickNearestAudioInfo(DsdAudioInfo& info,
+                                                  const DsdAudioCapabilities& capabilities);
+
+    detail::AudioCapabilitiesFields<DsdFormat> m_fields;
+};
+
+/// Whether bit rate, channel count and format are all supported.
+[[nodiscard]] KELDA_EXPORT bool isAudioInfoCompatible(const DsdAudioInfo& info,
+                                                      const DsdAudioCapabilities& capabilities);
+
+/// Replaces bit rate and channel count by the nearest that are supported.
+/// @return false, with nothing changed, when the format is not supported.
+[[nodiscard]] KELDA_EXPORT bool pickNearestAudioInfo(DsdAudioInfo& info,
+                                                     const DsdAudioCapabilities& capabilities);
+
+/// Every bit rate, channel count and format there is.
+[[nodiscard]] KELDA_EXPORT DsdAudioCapabilities getAllPossibleDsdCapabilities();
 
 } // namespace audioUtils

@@ -1,9 +1,12 @@
 #include "audioUtils/PcmDataStructures.h"
 
 #include <cstdint>
+#include <limits>
+#include <utility>
 
 #include <alsa/asoundlib.h>
 
+#include "audioUtils/detail/AudioDescriptions.h"
 #include "audioUtils/detail/Find.h"
 
 namespace audioUtils {
@@ -38,6 +41,13 @@ const PcmFormatRecord* find(PcmFormat format)
 {
     return detail::findBy(pcmFormats, &PcmFormatRecord::format, format);
 }
+
+const detail::AudioFamily family = {log4cplus::Logger::getInstance("AudioUtils"),
+                                    "PCM",
+                                    "sampleRate",
+                                    "pcmFormat",
+                                    "sampleRates",
+                                    "pcmFormats"};
 
 } // namespace
 
@@ -108,6 +118,63 @@ bool toSndPcmString(std::string& out, PcmFormat format)
 const char* toGstString(PcmFormat format)
 {
     return toString(format);
+}
+
+PcmAudioInfo::PcmAudioInfo() : AudioInfo(pcmAudioType()) {}
+
+PcmAudioInfo::PcmAudioInfo(int sampleRate, int numChannels, PcmFormat pcmFormat)
+    : AudioInfo(pcmAudioType()), m_fields{sampleRate, numChannels, pcmFormat}
+{
+}
+
+bool PcmAudioInfo::isValid() const
+{
+    return detail::isValid(m_fields);
+}
+
+miscUtils::Variant PcmAudioInfo::toVariant() const
+{
+    return detail::toVariant(family, m_fields);
+}
+
+bool PcmAudioInfo::fromVariant(const miscUtils::Variant& variant)
+{
+    return detail::fromVariant(family, variant, m_fields);
+}
+
+PcmAudioCapabilities::PcmAudioCapabilities() : AudioCapabilities(pcmAudioType()) {}
+
+PcmAudioCapabilities::PcmAudioCapabilities(IntegerRange sampleRates, IntegerRange numChannels,
+                                           std::vector<PcmFormat> pcmFormats)
+    : AudioCapabilities(pcmAudioType()),
+      m_fields{std::move(sampleRates), std::move(numChannels), std::move(pcmFormats)}
+{
+}
+
+miscUtils::Variant PcmAudioCapabilities::toVariant() const
+{
+    return detail::toVariant(family, m_fields);
+}
+
+bool PcmAudioCapabilities::fromVariant(const miscUtils::Variant& variant)
+{
+    return detail::fromVariant(family, variant, m_fields);
+}
+
+bool isAudioInfoCompatible(const PcmAudioInfo& info, const PcmAudioCapabilities& capabilities)
+{
+    return detail::isCompatible(info.m_fields, capabilities.m_fields);
+}
+
+bool pickNearestAudioInfo(PcmAudioInfo& info, const PcmAudioCapabilities& capabilities)
+{
+    return detail::pickNearest(info.m_fields, capabilities.m_fields);
+}
+
+PcmAudioCapabilities getAllPossiblePcmCapabilities()
+{
+    constexpr int largest = std::numeric_limits<int>::max();
+    return {{1, largest}, {1, largest}, getAllPcmFormats()};
 }
 
 } // namespace audioUtils

@@ -3,6 +3,8 @@
 #include <string>
 #include <vector>
 
+#include "audioUtils/AudioDataStructures.h"
+#include "audioUtils/detail/AudioFields.h"
 #include "miscUtils/Export.h"
 
 namespace audioUtils {
@@ -56,5 +58,90 @@ enum PcmFormat : int {
 
 /// GStreamer's name of a format: the same as toString().
 [[nodiscard]] KELDA_EXPORT const char* toGstString(PcmFormat format);
+
+class PcmAudioCapabilities;
+
+/// A PCM stream: sample rate, channels and format.
+class KELDA_EXPORT PcmAudioInfo : public AudioInfo
+{
+public:
+    /// Nothing: not valid.
+    PcmAudioInfo();
+    /// @param sampleRate in Hz: frames a second
+    PcmAudioInfo(int sampleRate, int numChannels, PcmFormat pcmFormat);
+
+    /// Whether it has a sample rate and a channel. The format plays no part.
+    [[nodiscard]] bool isValid() const override;
+    [[nodiscard]] bool operator==(const PcmAudioInfo& other) const
+    {
+        return m_fields == other.m_fields;
+    }
+
+    [[nodiscard]] int getSampleRate() const { return m_fields.rate; }
+    [[nodiscard]] int getNumChannels() const { return m_fields.numChannels; }
+    [[nodiscard]] PcmFormat getPcmFormat() const { return m_fields.format; }
+    void setSampleRate(int sampleRate) { m_fields.rate = sampleRate; }
+    void setNumChannels(int numChannels) { m_fields.numChannels = numChannels; }
+    void setPcmFormat(PcmFormat pcmFormat) { m_fields.format = pcmFormat; }
+
+    /// {"sampleRate": 48000, "numChannels": 2, "pcmFormat": "S16LE"}
+    [[nodiscard]] miscUtils::Variant toVariant() const override;
+    /// Takes what toVariant() gave. Field by field: what was read before a failure has been changed
+    /// by then. Validity is not checked.
+    [[nodiscard]] bool fromVariant(const miscUtils::Variant& variant) override;
+
+private:
+    friend KELDA_EXPORT bool isAudioInfoCompatible(const PcmAudioInfo& info,
+                                                   const PcmAudioCapabilities& capabilities);
+    friend KELDA_EXPORT bool pickNearestAudioInfo(PcmAudioInfo& info,
+                                                  const PcmAudioCapabilities& capabilities);
+
+    detail::AudioInfoFields<PcmFormat> m_fields;
+};
+
+/// Which PCM streams a source or a sink is able to: each field by itself, in any combination.
+class KELDA_EXPORT PcmAudioCapabilities : public AudioCapabilities
+{
+public:
+    /// Every sample rate and channel count, but no format: nothing is compatible.
+    PcmAudioCapabilities();
+    PcmAudioCapabilities(IntegerRange sampleRates, IntegerRange numChannels,
+                         std::vector<PcmFormat> pcmFormats);
+
+    [[nodiscard]] bool operator==(const PcmAudioCapabilities& other) const
+    {
+        return m_fields == other.m_fields;
+    }
+
+    [[nodiscard]] const IntegerRange& getSampleRates() const { return m_fields.rates; }
+    [[nodiscard]] const IntegerRange& getNumChannels() const { return m_fields.numChannels; }
+    [[nodiscard]] const std::vector<PcmFormat>& getPcmFormats() const { return m_fields.formats; }
+
+    /// {"sampleRates": {...}, "numChannels": {...}, "pcmFormats": ["S16LE", ...]}
+    [[nodiscard]] miscUtils::Variant toVariant() const override;
+    /// Takes what toVariant() gave. Field by field: what was read before a failure has been changed
+    /// by then. The formats are appended to those that are there already.
+    [[nodiscard]] bool fromVariant(const miscUtils::Variant& variant) override;
+
+private:
+    friend KELDA_EXPORT bool isAudioInfoCompatible(const PcmAudioInfo& info,
+                                                   const PcmAudioCapabilities& capabilities);
+    friend KELDA_EXPORT bool pickNearestAudioInfo(PcmAudioInfo& info,
+                                                  const PcmAudioCapabilities& capabilities);
+
+    detail::AudioCapabilitiesFields<PcmFormat> m_fields;
+};
+
+/// Whether sample rate, channel count and format are all supported.
+[[nodiscard]] KELDA_EXPORT bool isAudioInfoCompatible(const PcmAudioInfo& info,
+                                                      const PcmAudioCapabilities& capabilities);
+
+/// Replaces sample rate and channel count by the nearest that are supported.
+/// @return false, with nothing changed, when the format is not supported.
+[[nodiscard]] KELDA_EXPORT bool pickNearestAudioInfo(PcmAudioInfo& info,
+                                                     const PcmAudioCapabilities& capabilities);
+
+/// Every sample rate, channel count and format there is.
+[[nodiscard]] KELDA_EXPORT PcmAudioCapabilities getAllPossiblePcmCapabilities();
 
 } // namespace audioUtils
