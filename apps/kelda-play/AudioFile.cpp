@@ -2,6 +2,8 @@
 
 #include <stdexcept>
 
+#include "ChannelMapping.h"
+
 namespace keldaPlay {
 
 AudioFile::AudioFile(const std::string& path)
@@ -17,7 +19,7 @@ AudioFile::AudioFile(const std::string& path)
     }
 }
 
-bool AudioFile::fitsInto16Bits() const
+audioUtils::PcmFormat AudioFile::format() const
 {
     switch (m_info.format & SF_FORMAT_SUBMASK) {
     case SF_FORMAT_PCM_S8:
@@ -25,9 +27,15 @@ bool AudioFile::fitsInto16Bits() const
     case SF_FORMAT_PCM_16:
     case SF_FORMAT_ULAW:
     case SF_FORMAT_ALAW:
-        return true;
+        return audioUtils::S16LE;
+    case SF_FORMAT_PCM_24:
+        return audioUtils::S24LE;
+    case SF_FORMAT_PCM_32:
+        return audioUtils::S32LE;
+    case SF_FORMAT_DOUBLE:
+        return audioUtils::F64LE;
     default:
-        return false;
+        return audioUtils::F32LE;
     }
 }
 
@@ -50,39 +58,44 @@ bool holdsIntegers(const SF_INFO& info)
 
 } // namespace
 
-std::size_t AudioFile::read(const SampleLayout& layout, std::span<unsigned char> out)
+std::size_t AudioFile::read(const FrameLayout& layout, std::span<unsigned char> out)
 {
-    const auto sampleBytes = static_cast<std::size_t>(layout.bytes);
-    const std::size_t numFrames = out.size() / (sampleBytes * numChannels());
-    const auto place = [&](std::size_t i) { return out.data() + i * sampleBytes; };
-    if (layout.isFloat) {
-        return readAs(m_floats, numFrames, sf_readf_float,
-                      [&](std::size_t i, float sample) { packFloat(layout, sample, place(i)); });
+    const SampleLayout& sample = layout.sample;
+    if (sample.isFloat) {
+        return readAs<double>(
+            m_floats, layout, out, sf_readf_float,
+            [&](float value, unsigned char* to) { packFloat(sample, value, to); });
     }
     if (holdsIntegers(m_info)) {
-        return readAs(m_integers, numFrames, sf_readf_int,
-                      [&](std::size_t i, int sample) { packInteger(layout, sample, place(i)); });
+        return readAs<std::int64_t>(
+            m_integers, layout, out, sf_readf_int,
+            [&](int value, unsigned char* to) { packInteger(sample, value, to); });
     }
-    return readAs(m_doubles, numFrames, sf_readf_double, [&](std::size_t i, double sample) {
-        packInteger(layout, toFullRange(sample), place(i));
-    });
+    return readAs<double>(
+        m_doubles, layout, out, sf_readf_double,
+        [&](double value, unsigned char* to) { packInteger(sample, toFullRange(value), to); });
 }
 
-template<typename Sample, typename ReadFrames, typename Pack>
-std::size_t AudioFile::readAs(std::vector<Sample>& samples, std::size_t numFrames,
-                              ReadFrames readFrames, Pack pack)
+template<typename Sum, typename Sample, typename ReadFrames, typename Pack>
+std::size_t AudioFile::readAs(std::vector<Sample>& samples, const FrameLayout& layout,
+                              std::span<unsigned char> out, ReadFrames readFrames, Pack pack)
 {
+    const std::size_t numFrames = out.size() / layout.bytes();
     samples.resize(numFrames * numChannels());
     const sf_count_t frames =
         readFrames(m_file.get(), samples.data(), static_cast<sf_count_t>(numFrames));
     if (sf_error(m_file.get()) != SF_ERR_NO_ERROR) {
         throw std::runtime_error(m_path + ": " + sf_strerror(m_file.get()));
     }
-    const auto count = static_cast<std::size_t>(frames);
-    for (std::size_t i = 0; i < count * numChannels(); ++i) {
-        pack(i, samples[i]);
+    unsigned char* to = out.data();
+    for (std::size_t i = 0; i < static_cast<std::size_t>(frames); ++i) {
+        const std::span<const Sample> frame(samples.data() + i * numChannels(), numChannels());
+        for (std::size_t channel = 0; channel < layout.numChannels; ++channel) {
+            pack(sampleFor<Sample, Sum>(channel, layout.numChannels, frame), to);
+            to += layout.sample.bytes;
+        }
     }
-    return count;
+    return static_cast<std::size_t>(frames);
 }
 
 void AudioFile::rewind()

@@ -33,21 +33,22 @@ public:
     {
         return static_cast<unsigned int>(m_info.channels);
     }
-    /// Whether 16 bits hold every sample.
-    [[nodiscard]] bool fitsInto16Bits() const;
+    /// The format that its samples have, or come nearest to.
+    [[nodiscard]] audioUtils::PcmFormat format() const;
 
-    /// Decodes as many whole frames as `out` holds, or the file still has.
+    /// Decodes as many whole frames as `out` holds, or the file still has. The frames may have
+    /// another number of channels than the file (see sampleFor()).
     ///
     /// Throws std::runtime_error when the file is damaged.
     /// @return frames; 0 at the end
-    [[nodiscard]] std::size_t read(const SampleLayout& layout, std::span<unsigned char> out);
+    [[nodiscard]] std::size_t read(const FrameLayout& layout, std::span<unsigned char> out);
 
     void rewind();
 
 private:
-    template<typename Sample, typename ReadFrames, typename Pack>
-    std::size_t readAs(std::vector<Sample>& samples, std::size_t numFrames, ReadFrames readFrames,
-                       Pack pack);
+    template<typename Sum, typename Sample, typename ReadFrames, typename Pack>
+    std::size_t readAs(std::vector<Sample>& samples, const FrameLayout& layout,
+                       std::span<unsigned char> out, ReadFrames readFrames, Pack pack);
 
     std::string m_path;
     SF_INFO m_info{};

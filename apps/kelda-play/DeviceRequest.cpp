@@ -10,22 +10,28 @@ namespace keldaPlay {
 
 using audioUtils::OutputDevice;
 
-DeviceRequest requestFor(const Options& options, const Playlist& playlist,
-                         audioUtils::PcmFormat format)
+DeviceRequest requestFor(const Options& options, const audioUtils::PcmAudioInfo& stream)
 {
-    if (options.rate != 0 && options.rate != playlist.rate()) {
-        throw std::runtime_error("the files have " + std::to_string(playlist.rate()) +
+    const auto sampleRate = static_cast<unsigned int>(stream.getSampleRate());
+    if (options.rate != 0 && options.rate != sampleRate) {
+        throw std::runtime_error("the files have " + std::to_string(sampleRate) +
                                  " Hz, not the device's " + std::to_string(options.rate) +
                                  " Hz, and nothing here converts sample rates");
     }
     const auto orElse = [](std::uint64_t asked, std::uint64_t otherwise) {
         return asked != 0 ? asked : otherwise;
     };
-    const std::uint64_t period = orElse(options.period, std::max(1U, playlist.rate() / 100));
-    const std::uint64_t buffer = orElse(options.buffer, 8 * period);
-    const std::uint64_t startThreshold = orElse(options.startThreshold, buffer);
-    return {options.device, format,         playlist.rate(),      playlist.numChannels(), buffer,
-            period,         startThreshold, options.rateResample, options.channelMap};
+    DeviceRequest request;
+    request.name = options.device;
+    request.format = stream.getPcmFormat();
+    request.sampleRate = sampleRate;
+    request.numChannels = static_cast<unsigned int>(stream.getNumChannels());
+    request.periodSize = orElse(options.period, std::max(1U, sampleRate / 100));
+    request.bufferSize = orElse(options.buffer, 8 * request.periodSize);
+    request.startThreshold = orElse(options.startThreshold, request.bufferSize);
+    request.rateResample = options.rateResample;
+    request.channelMap = options.channelMap;
+    return request;
 }
 
 std::unique_ptr<OutputDevice> createDevice(const std::string& name)

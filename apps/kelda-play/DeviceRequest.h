@@ -5,7 +5,6 @@
 #include <string>
 
 #include "Options.h"
-#include "Playlist.h"
 #include "audioUtils/device/OutputDevice.h"
 
 namespace keldaPlay {
@@ -24,11 +23,11 @@ struct DeviceRequest
     std::string channelMap;
 };
 
-/// What the user asked for, and where he left it open, what suits the files.
+/// What the user asked for, and where he left it open, what suits the stream.
 ///
-/// Throws std::runtime_error when he asks for another sample rate than the files'.
-[[nodiscard]] DeviceRequest requestFor(const Options& options, const Playlist& playlist,
-                                       audioUtils::PcmFormat format);
+/// Throws std::runtime_error when he asks for another sample rate than the stream's.
+[[nodiscard]] DeviceRequest requestFor(const Options& options,
+                                       const audioUtils::PcmAudioInfo& stream);
 
 /// "fake": the simulated device; any other name is ALSA's.
 [[nodiscard]] std::unique_ptr<audioUtils::OutputDevice> createDevice(const std::string& name);

@@ -47,7 +47,7 @@ void addDeviceOptions(CLI::App& app, Options& options)
     app.add_option_function<std::string>(
         "--format", [&options](const std::string& name) { options.format = parseFormat(name); },
         "Sample format of the device, e.g. S16LE, S24_32LE, F32LE\n"
-        "[S16LE for files of up to 16 bits, S32LE otherwise]");
+        "[the files', or the nearest that the device takes]");
     const CLI::Range frames(std::uint64_t{1}, std::uint64_t{1} << 24);
     app.add_option("--period", options.period, "Frames that the device takes at a time [10 ms]")
         ->check(frames);
@@ -63,10 +63,23 @@ void addDeviceOptions(CLI::App& app, Options& options)
                  "Forbid ALSA to convert the sample rate");
 }
 
+void addDescriptions(CLI::App& app, Options& options)
+{
+    app.add_option("--describe", options.describeFile, "Print what a file holds as JSON, and end")
+        ->option_text("FILE");
+    app.add_option("--describe-device", options.describeDevice,
+                   "Print what an output device is able to as JSON, and end")
+        ->option_text("NAME");
+}
+
 void addStreamOptions(CLI::App& app, Options& options)
 {
     app.add_option("--queue-ms", options.queueMs, "Capacity of the queue in ms")
         ->check(CLI::Range(1U, 60'000U))
+        ->capture_default_str();
+    app.add_option("--jump-threshold", options.jumpThresholdMs,
+                   "Leave alone what is off by less than so many ms")
+        ->check(CLI::Range(0.0, 10'000.0))
         ->capture_default_str();
     app.add_option("--packet-ms", options.packetMs, "Length of the producer's packets in ms")
         ->check(CLI::Range(1U, 1000U))
@@ -113,13 +126,17 @@ std::optional<int> parseOptions(int argc, char** argv, Options& options)
     CLI::App app("Plays WAV, FLAC and Ogg files in time, through a timestamped queue.",
                  "kelda-play");
     app.set_version_flag("--version", "kelda-play " KELDA_VERSION);
-    app.add_option("FILE", options.files, "Played one after the other, without a gap")->required();
+    app.add_option("FILE", options.files, "Played one after the other, without a gap");
+    addDescriptions(app, options);
     addDeviceOptions(app, options);
     addStreamOptions(app, options);
     addDisturbances(app, options);
     addOutputs(app, options);
     try {
         app.parse(argc, argv);
+        if (options.files.empty() && !options.describes()) {
+            throw CLI::RequiredError("FILE");
+        }
     } catch (const CLI::Success& success) {
         return app.exit(success);
     } catch (const CLI::ParseError& error) {

@@ -30,7 +30,15 @@ struct Options
     std::string channelMap; // in ALSA's syntax
     bool rateResample = true;
 
+    std::string describeFile; // of these nothing is played
+    std::string describeDevice;
+    [[nodiscard]] bool describes() const
+    {
+        return !describeFile.empty() || !describeDevice.empty();
+    }
+
     unsigned int queueMs = 500;
+    double jumpThresholdMs = 20;
     unsigned int packetMs = 10;
     std::optional<double> durationSeconds;
     bool loop = false;

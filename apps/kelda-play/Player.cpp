@@ -13,6 +13,7 @@
 #include "EndSignals.h"
 #include "Journal.h"
 #include "Logging.h"
+#include "Negotiation.h"
 #include "Playlist.h"
 #include "Producer.h"
 #include "Recorder.h"
@@ -36,7 +37,8 @@ void configureQueue(audioUtils::PcmQueue& queue, const Options& options, const O
     // Two timestamps may lie twice the jitter apart, and the filter is off by a part of it: less
     // than three times the jitter is no jump.
     const auto jitter = static_cast<TimeValue>(std::llround(options.jitterMs * 1e6));
-    const TimeValue jumpThreshold = std::max(20 * nanosecondsPerMillisecond, 3 * jitter);
+    const auto jump = static_cast<TimeValue>(std::llround(options.jumpThresholdMs * 1e6));
+    const TimeValue jumpThreshold = std::max(jump, 3 * jitter);
     const TimeValue filterMaxError = std::max(10 * nanosecondsPerMillisecond, 3 * jitter);
     queue.configure(true, options.queueMs, device.sampleRate(), device.numChannels(),
                     device.numBytesPerSample(), "kelda-play", true, jumpThreshold, filterMaxError);
@@ -50,16 +52,6 @@ StreamClock startClock(const OutputDevice& device)
     return StreamClock(miscUtils::getMonotonicRawSysclockTime() + full + lead, device.sampleRate());
 }
 
-SampleLayout checkedLayout(audioUtils::PcmFormat format)
-{
-    const auto layout = layoutOf(format);
-    if (!layout) {
-        throw std::runtime_error(std::string("format ") + audioUtils::toString(format) +
-                                 " can't be played");
-    }
-    return *layout;
-}
-
 /// The two threads between the files and the device, and what the main thread does meanwhile.
 class Session
 {
@@ -68,10 +60,12 @@ public:
         : m_options(options),
           m_signals(signals),
           m_playlist(options.files, options.loop),
-          m_format(options.format.value_or(m_playlist.fitsInto16Bits() ? audioUtils::S16LE
-                                                                       : audioUtils::S32LE)),
-          m_layout(checkedLayout(m_format)),
-          m_request(requestFor(options, m_playlist, m_format)),
+          m_stream(describe(m_playlist)),
+          m_info(
+              negotiate(options, m_stream, capabilitiesOf(options.device, options.rateResample))),
+          m_layout{*layoutOf(m_info.getPcmFormat()),
+                   static_cast<std::size_t>(m_info.getNumChannels())},
+          m_request(requestFor(options, m_info)),
           m_device(createDevice(options.device))
     {
         if (const std::string obstacle = open(*m_device, m_request); !obstacle.empty()) {
@@ -83,7 +77,7 @@ public:
                 std::llround(*options.durationSeconds * m_playlist.rate())));
         }
         if (!options.recordPath.empty()) {
-            m_recorder.emplace(options.recordPath, m_layout, m_device->sampleRate(),
+            m_recorder.emplace(options.recordPath, m_layout.sample, m_device->sampleRate(),
                                m_device->numChannels());
         }
         if (!options.tracePath.empty()) {
@@ -130,8 +124,12 @@ private:
     {
         std::printf("%s: %u Hz, %u channel%s, %s, period %lu, buffer %lu, start %lu frames\n",
                     m_options.device.c_str(), m_device->sampleRate(), m_device->numChannels(),
-                    m_device->numChannels() == 1 ? "" : "s", audioUtils::toString(m_format),
-                    m_device->periodSize(), m_device->bufferSize(), m_device->startThreshold());
+                    m_device->numChannels() == 1 ? "" : "s",
+                    audioUtils::toString(m_info.getPcmFormat()), m_device->periodSize(),
+                    m_device->bufferSize(), m_device->startThreshold());
+        if (const std::string text = changes(m_stream, m_info); !text.empty()) {
+            std::printf("changed       %s\n", text.c_str());
+        }
         if (const std::string text = differences(m_request, *m_device); !text.empty()) {
             std::printf("obtained      %s frames\n", text.c_str());
         }
@@ -187,8 +185,9 @@ private:
     const Options& m_options;
     const EndSignals& m_signals;
     Playlist m_playlist;
-    audioUtils::PcmFormat m_format;
-    SampleLayout m_layout;
+    audioUtils::PcmAudioInfo m_stream; // as the files have it
+    audioUtils::PcmAudioInfo m_info;   // as the device is to have it
+    FrameLayout m_layout;
     DeviceRequest m_request;
     std::unique_ptr<OutputDevice> m_device;
     bool m_isGone = false;
@@ -207,6 +206,10 @@ int play(const Options& options)
 {
     const EndSignals signals; // first, for they are to be blocked in all threads, the logger's too
     const Logging logging(options.logLevel);
+    if (options.describes()) {
+        printDescriptions(options);
+        return 0;
+    }
     Session session(options, signals);
     return session.run();
 }

@@ -18,14 +18,9 @@ Playlist::Playlist(const std::vector<std::string>& paths, bool loop) : m_loop(lo
     }
 }
 
-bool Playlist::fitsInto16Bits() const
+std::size_t Playlist::read(const FrameLayout& layout, std::span<unsigned char> out)
 {
-    return std::ranges::all_of(m_files, &AudioFile::fitsInto16Bits);
-}
-
-std::size_t Playlist::read(const SampleLayout& layout, std::span<unsigned char> out)
-{
-    const std::size_t bytesPerFrame = static_cast<std::size_t>(layout.bytes) * numChannels();
+    const std::size_t bytesPerFrame = layout.bytes();
     std::size_t wanted = out.size() / bytesPerFrame;
     if (m_framesLeft) {
         wanted = std::min<std::uint64_t>(wanted, *m_framesLeft);

@@ -20,13 +20,13 @@ public:
 
     [[nodiscard]] unsigned int rate() const { return m_files.front().rate(); }
     [[nodiscard]] unsigned int numChannels() const { return m_files.front().numChannels(); }
-    [[nodiscard]] bool fitsInto16Bits() const;
+    [[nodiscard]] const std::vector<AudioFile>& files() const { return m_files; }
 
     /// Ends the stream after so many frames.
     void limit(std::uint64_t numFrames) { m_framesLeft = numFrames; }
 
     /// Decodes the next frames; fewer than `out` holds only at the end of the stream.
-    [[nodiscard]] std::size_t read(const SampleLayout& layout, std::span<unsigned char> out);
+    [[nodiscard]] std::size_t read(const FrameLayout& layout, std::span<unsigned char> out);
 
 private:
     [[nodiscard]] bool nextFile();

@@ -18,7 +18,7 @@ std::uniform_int_distribution<miscUtils::TimeValueDelta> within(double milliseco
 
 } // namespace
 
-Producer::Producer(Playlist& playlist, const SampleLayout& layout, audioUtils::PcmQueue& queue,
+Producer::Producer(Playlist& playlist, const FrameLayout& layout, audioUtils::PcmQueue& queue,
                    const Options& options)
     : m_playlist(playlist),
       m_layout(layout),
@@ -26,7 +26,7 @@ Producer::Producer(Playlist& playlist, const SampleLayout& layout, audioUtils::P
       m_gaps(options.gaps, playlist.rate()),
       m_random(options.seed),
       m_jitter(within(options.jitterMs)),
-      m_bytesPerFrame(static_cast<std::size_t>(layout.bytes) * playlist.numChannels()),
+      m_bytesPerFrame(layout.bytes()),
       m_packet(std::max<std::size_t>(1, playlist.rate() * std::size_t{options.packetMs} / 1000) *
                m_bytesPerFrame)
 {

@@ -19,7 +19,7 @@ namespace keldaPlay {
 class Producer
 {
 public:
-    Producer(Playlist& playlist, const SampleLayout& layout, audioUtils::PcmQueue& queue,
+    Producer(Playlist& playlist, const FrameLayout& layout, audioUtils::PcmQueue& queue,
              const Options& options);
 
     /// Returns when the queue has played out, or after stop().
@@ -35,7 +35,7 @@ private:
     [[nodiscard]] miscUtils::TimeValue stamped(miscUtils::TimeValue pts);
 
     Playlist& m_playlist;
-    SampleLayout m_layout;
+    FrameLayout m_layout;
     audioUtils::PcmQueue& m_queue;
     Gaps m_gaps;
     std::mt19937_64 m_random;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 
@@ -14,6 +15,18 @@ struct SampleLayout
     int bits = 0;  ///< that carry the sample, at the container's low end
     bool isFloat = false;
     bool isBigEndian = false;
+};
+
+/// How interleaved frames lie in memory.
+struct FrameLayout
+{
+    SampleLayout sample;
+    std::size_t numChannels = 0;
+
+    [[nodiscard]] std::size_t bytes() const
+    {
+        return static_cast<std::size_t>(sample.bytes) * numChannels;
+    }
 };
 
 /// The layout of a format; none for 64-bit floats, whose 8 bytes the library counts as 4.

@@ -9,7 +9,7 @@ namespace audioUtils {
 
 namespace {
 
-constexpr DsdFormat dsdFormats[] = {DSDU8, DSDU16LE, DSDU16BE, DSDU32LE, DSDU32BE};
+constexpr DsdFormat dsdFormatTable[] = {DSDU8, DSDU16LE, DSDU16BE, DSDU32LE, DSDU32BE};
 
 const detail::AudioFamily family = {log4cplus::Logger::getInstance("AudioUtils"),
                                     "DSD",
@@ -22,7 +22,7 @@ const detail::AudioFamily family = {log4cplus::Logger::getInstance("AudioUtils")
 
 std::vector<DsdFormat> getAllDsdFormats()
 {
-    return {std::begin(dsdFormats), std::end(dsdFormats)};
+    return {std::begin(dsdFormatTable), std::end(dsdFormatTable)};
 }
 
 int getNumBytesForFormat(DsdFormat format)
@@ -42,7 +42,7 @@ int getNumBytesForFormat(DsdFormat format)
 
 bool fromString(DsdFormat& out, const std::string& name)
 {
-    for (const DsdFormat format : dsdFormats) {
+    for (const DsdFormat format : dsdFormatTable) {
         if (name == toString(format)) {
             out = format;
             return true;

@@ -22,7 +22,7 @@ struct PcmFormatRecord
 };
 
 // F64LE and F64BE with 4 bytes are no slip: the frame sizes of the whole library depend on it.
-const std::vector<PcmFormatRecord> pcmFormats = {
+const std::vector<PcmFormatRecord> pcmFormatTable = {
     {S16LE, SND_PCM_FORMAT_S16_LE, "S16LE", 2},
     {S16BE, SND_PCM_FORMAT_S16_BE, "S16BE", 2},
     {S24LE, SND_PCM_FORMAT_S24_3LE, "S24LE", 3},
@@ -39,7 +39,7 @@ const std::vector<PcmFormatRecord> pcmFormats = {
 
 const PcmFormatRecord* find(PcmFormat format)
 {
-    return detail::findBy(pcmFormats, &PcmFormatRecord::format, format);
+    return detail::findBy(pcmFormatTable, &PcmFormatRecord::format, format);
 }
 
 const detail::AudioFamily family = {log4cplus::Logger::getInstance("AudioUtils"),
@@ -68,7 +68,7 @@ int getNumBytesForFormat(PcmFormat format)
 
 bool fromString(PcmFormat& out, const std::string& name)
 {
-    const PcmFormatRecord* row = detail::findBy(pcmFormats, &PcmFormatRecord::name, name);
+    const PcmFormatRecord* row = detail::findBy(pcmFormatTable, &PcmFormatRecord::name, name);
     if (row != nullptr) {
         out = row->format;
     }
@@ -84,7 +84,7 @@ const char* toString(PcmFormat format)
 bool fromSndPcmFormat(PcmFormat& out, int alsaFormat)
 {
     const PcmFormatRecord* row =
-        detail::findBy(pcmFormats, &PcmFormatRecord::alsaFormat, alsaFormat);
+        detail::findBy(pcmFormatTable, &PcmFormatRecord::alsaFormat, alsaFormat);
     if (row != nullptr) {
         out = row->format;
     }

@@ -22,8 +22,8 @@
 namespace keldaPlayTest {
 
 inline const std::string recording = "/usr/share/sounds/alsa/Front_Center.wav";
-// A device that half a second of other work on this machine does not let run dry.
-inline const std::string patient = " --period 480 --buffer 24000 ";
+// Half a second of other work on this machine does not let it run dry, nor 90 ms jump.
+inline const std::string patient = " --period 480 --buffer 24000 --jump-threshold 90 ";
 
 struct Sound
 {

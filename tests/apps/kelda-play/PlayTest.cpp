@@ -54,7 +54,7 @@ TEST_F(PlayTest, DecodesFlacOggAndFloatFiles)
         const char* option;
         const char* sampleFormat;
         double tolerance; // Vorbis is decoded to doubles here and to floats there
-    } files[] = {{"a.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_24, "", "S32LE", 0},
+    } files[] = {{"a.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_24, "", "S24LE", 0},
                  {"a.ogg", SF_FORMAT_OGG | SF_FORMAT_VORBIS, "--format F32LE ", "F32LE", 1e-6},
                  {"a.wav", SF_FORMAT_WAV | SF_FORMAT_FLOAT, "--format F32BE ", "F32BE", 0}};
     for (const auto& [name, format, option, sampleFormat, tolerance] : files) {
@@ -246,10 +246,27 @@ TEST_F(PlayTest, TellsItsVersionAndHelp)
     EXPECT_EQ(play("--version"), 0);
     EXPECT_THAT(out, MatchesRegex("kelda-play [0-9]+\\.[0-9]+\\.[0-9]+\n"));
     EXPECT_EQ(play("--help"), 0);
-    for (const char* option :
-         {"--device", "--rate", "--format", "--buffer", "--period", "--start-threshold",
-          "--channel-map", "--no-rate-resample", "--queue-ms", "--duration", "--loop", "--jitter",
-          "--gap", "--record", "--trace", "--log-level", "--version", "--help"}) {
+    for (const char* option : {"--device",
+                               "--rate",
+                               "--format",
+                               "--buffer",
+                               "--period",
+                               "--start-threshold",
+                               "--channel-map",
+                               "--no-rate-resample",
+                               "--describe",
+                               "--describe-device",
+                               "--jump-threshold",
+                               "--queue-ms",
+                               "--duration",
+                               "--loop",
+                               "--jitter",
+                               "--gap",
+                               "--record",
+                               "--trace",
+                               "--log-level",
+                               "--version",
+                               "--help"}) {
         EXPECT_THAT(out, HasSubstr(option));
     }
     EXPECT_THAT(err, IsEmpty());
@@ -270,4 +287,36 @@ TEST_F(PlayTest, PlaysAnEmptyFile)
     createSound(path("a.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 0);
     EXPECT_EQ(play("--loop " + path("a.wav")), 0) << err;
     EXPECT_THAT(out, HasSubstr("played        0.000 s"));
+}
+
+TEST_F(PlayTest, DescribesAFile)
+{
+    createSound(path("a.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_24, 480);
+    EXPECT_EQ(play("--describe " + path("a.wav")), 0) << err;
+    EXPECT_EQ(out, "{\n  \"numChannels\": 2,\n  \"pcmFormat\": \"S24LE\",\n"
+                   "  \"sampleRate\": 48000\n}\n");
+    EXPECT_EQ(play("--describe /nowhere/a.wav"), 1);
+    EXPECT_THAT(err, StartsWith("kelda-play: /nowhere/a.wav: "));
+}
+
+TEST_F(PlayTest, DescribesADevice)
+{
+    EXPECT_EQ(play("--describe-device null"), 0) << err;
+    for (const char* text : {"\"sampleRates\": {\n", "\"numChannels\": {\n", "\"S24_32LE\",\n"}) {
+        EXPECT_THAT(out, HasSubstr(text));
+    }
+    EXPECT_EQ(play("--describe-device nowhere"), 1);
+    EXPECT_THAT(err, EndsWith("\nkelda-play: device nowhere can't be opened\n"));
+}
+
+TEST_F(PlayTest, OpensTheDeviceForTheMostDemandingFile)
+{
+    createSound(path("a.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 480);
+    createSound(path("b.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_24, 480);
+    createSound(path("c.wav"), SF_FORMAT_WAV | SF_FORMAT_DOUBLE, 480);
+    EXPECT_EQ(play(path("a.wav") + " " + path("b.wav")), 0) << err;
+    EXPECT_THAT(out, StartsWith("fake: 48000 Hz, 2 channels, S24LE, "));
+    EXPECT_EQ(play(path("a.wav") + " " + path("c.wav")), 0) << err;
+    EXPECT_THAT(out, StartsWith("fake: 48000 Hz, 2 channels, F32LE, "));
+    EXPECT_THAT(out, HasSubstr("changed       format F32LE instead of F64LE\n"));
 }

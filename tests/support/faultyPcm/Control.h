@@ -61,6 +61,7 @@ struct Control
 {
     // The card. Constraints count from the next opening; 0: any.
     std::atomic<std::uint32_t> onlyRate;    // Hz
+    std::atomic<bool> severalRates;         // 44.1, 48 and 96 kHz
     std::atomic<std::uint32_t> onlyPeriod;  // frames
     std::atomic<std::uint32_t> onlyBuffer;  // frames
     std::atomic<std::uint32_t> onlyFormat;  // ALSA's code + 1
@@ -93,7 +94,7 @@ struct Control
     std::atomic<std::int64_t> statusDelay; // frames
 
     // What became of it.
-    std::atomic<std::uint32_t> rate; // Hz, as configured
+    std::atomic<std::uint32_t> rate;   // Hz, as configured
     std::atomic<std::int32_t> process; // that opened it last
     std::atomic<std::uint32_t> opens;
     std::atomic<std::uint32_t> closes;

@@ -148,8 +148,13 @@ private:
         }
         limit(SND_PCM_IOPLUG_HW_CHANNELS, 1, 8);
         limit(SND_PCM_IOPLUG_HW_PERIODS, 2, 1024);
+        static constexpr unsigned int rates[] = {44100, 48000, 96000};
         const unsigned int rate = m_control->onlyRate;
         limit(SND_PCM_IOPLUG_HW_RATE, rate == 0 ? 8000 : rate, rate == 0 ? 192000 : rate);
+        if (m_control->severalRates) {
+            snd_pcm_ioplug_set_param_list(&m_plugin, SND_PCM_IOPLUG_HW_RATE, std::size(rates),
+                                          rates);
+        }
         limitSize(SND_PCM_IOPLUG_HW_PERIOD_BYTES, m_control->onlyPeriod, 1U << 20);
         limitSize(SND_PCM_IOPLUG_HW_BUFFER_BYTES, m_control->onlyBuffer, 1U << 22);
     }

@@ -1,0 +1,133 @@
+#include "Negotiation.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <stdexcept>
+#include <utility>
+
+#include "SampleLayout.h"
+#include "audioUtils/device/AlsaCapabilities.h"
+#include "miscUtils/Json.h"
+
+namespace keldaPlay {
+
+using namespace audioUtils;
+
+namespace {
+
+/// The bits that a format has to offer; floating point also has room beyond full scale.
+int quality(PcmFormat format)
+{
+    const auto layout = layoutOf(format);
+    return !layout ? 64 : layout->isFloat ? 33 : layout->bits;
+}
+
+std::string namesOf(const std::vector<PcmFormat>& formats)
+{
+    std::string names;
+    for (const PcmFormat format : formats) {
+        names += std::string(" ") + toString(format);
+    }
+    return names;
+}
+
+void print(const miscUtils::Variant& description)
+{
+    std::printf("%s\n", miscUtils::toJson(description, 2).c_str());
+}
+
+} // namespace
+
+PcmAudioInfo describe(const AudioFile& file)
+{
+    return {static_cast<int>(file.rate()), static_cast<int>(file.numChannels()), file.format()};
+}
+
+PcmAudioInfo describe(const Playlist& playlist)
+{
+    const auto demand = [](const AudioFile& file) { return quality(file.format()); };
+    return describe(*std::ranges::max_element(playlist.files(), {}, demand));
+}
+
+PcmAudioCapabilities capabilitiesOf(const std::string& deviceName, bool rateResample)
+{
+    if (deviceName == "fake") {
+        return getAllPossiblePcmCapabilities();
+    }
+    PcmAudioCapabilities capabilities;
+    if (!getAlsaCapabilities(capabilities, deviceName, rateResample)) {
+        throw std::runtime_error("device " + deviceName + " can't be opened");
+    }
+    return capabilities;
+}
+
+std::optional<PcmFormat> nearestFormat(PcmFormat wanted, const std::vector<PcmFormat>& supported)
+{
+    std::optional<PcmFormat> nearest;
+    const auto loss = [wanted](PcmFormat format) { // what is lost weighs more than what is wasted
+        const int surplus = quality(format) - quality(wanted);
+        return surplus >= 0 ? surplus : -100 * surplus;
+    };
+    for (const PcmFormat format : supported) {
+        if (layoutOf(format) && (!nearest || loss(format) < loss(*nearest))) {
+            nearest = format;
+        }
+    }
+    return nearest;
+}
+
+PcmAudioInfo negotiate(const Options& options, const PcmAudioInfo& stream,
+                       const PcmAudioCapabilities& device)
+{
+    PcmAudioInfo info = stream;
+    info.setPcmFormat(options.format.value_or(stream.getPcmFormat()));
+    if (options.format && !layoutOf(*options.format)) {
+        throw std::runtime_error(std::string("format ") + toString(*options.format) +
+                                 " can't be played");
+    }
+    if (isAudioInfoCompatible(info, device) && layoutOf(info.getPcmFormat())) {
+        return info;
+    }
+    const auto format = nearestFormat(info.getPcmFormat(), device.getPcmFormats());
+    if (!format || (options.format && *format != *options.format)) {
+        throw std::runtime_error("device " + options.device + " does not take " +
+                                 toString(info.getPcmFormat()) + ", but" +
+                                 namesOf(device.getPcmFormats()));
+    }
+    info.setPcmFormat(*format);
+    static_cast<void>(pickNearestAudioInfo(info, device)); // the format is one of the device's
+    if (info.getSampleRate() != stream.getSampleRate()) {
+        throw std::runtime_error("device " + options.device + " runs at " +
+                                 std::to_string(info.getSampleRate()) + " Hz, not the files' " +
+                                 std::to_string(stream.getSampleRate()) +
+                                 " Hz, and nothing here converts sample rates");
+    }
+    return info;
+}
+
+std::string changes(const PcmAudioInfo& stream, const PcmAudioInfo& device)
+{
+    std::string text;
+    if (device.getPcmFormat() != stream.getPcmFormat()) {
+        text += std::string("format ") + toString(device.getPcmFormat()) + " instead of " +
+                toString(stream.getPcmFormat());
+    }
+    if (device.getNumChannels() != stream.getNumChannels()) {
+        text += (text.empty() ? "" : ", ") + std::to_string(device.getNumChannels()) +
+                (device.getNumChannels() == 1 ? " channel" : " channels") + " instead of " +
+                std::to_string(stream.getNumChannels());
+    }
+    return text;
+}
+
+void printDescriptions(const Options& options)
+{
+    if (!options.describeFile.empty()) {
+        print(describe(AudioFile(options.describeFile)).toVariant());
+    }
+    if (!options.describeDevice.empty()) {
+        print(capabilitiesOf(options.describeDevice, options.rateResample).toVariant());
+    }
+}
+
+} // namespace keldaPlay

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "AudioFile.h"
+#include "Options.h"
+#include "Playlist.h"
+#include "audioUtils/PcmDataStructures.h"
+
+namespace keldaPlay {
+
+/// What a file holds: lossy and floating-point ones as F32LE (or F64LE).
+[[nodiscard]] audioUtils::PcmAudioInfo describe(const AudioFile& file);
+
+/// The stream of several files: in the format of the one that demands most.
+[[nodiscard]] audioUtils::PcmAudioInfo describe(const Playlist& playlist);
+
+/// What the named device is able to: "fake" to everything.
+///
+/// Throws std::runtime_error when it can't be asked.
+[[nodiscard]] audioUtils::PcmAudioCapabilities capabilitiesOf(const std::string& deviceName,
+                                                              bool rateResample);
+
+/// The supported format that loses the least: the smallest that holds all bits, or else the
+/// largest. Formats that can't be played don't count.
+[[nodiscard]] std::optional<audioUtils::PcmFormat>
+nearestFormat(audioUtils::PcmFormat wanted, const std::vector<audioUtils::PcmFormat>& supported);
+
+/// How a device is to be opened for a stream: just so, or as near as it is able to.
+///
+/// Throws std::runtime_error when that is not near enough to be played.
+[[nodiscard]] audioUtils::PcmAudioInfo negotiate(const Options& options,
+                                                 const audioUtils::PcmAudioInfo& stream,
+                                                 const audioUtils::PcmAudioCapabilities& device);
+
+/// "format S32LE instead of S16LE, 2 channels instead of 1": what differs; empty where nothing
+/// does.
+[[nodiscard]] std::string changes(const audioUtils::PcmAudioInfo& stream,
+                                  const audioUtils::PcmAudioInfo& device);
+
+/// Prints the descriptions that the user asked for as JSON.
+///
+/// Throws std::runtime_error when there is nothing to describe.
+void printDescriptions(const Options& options);
+
+} // namespace keldaPlay
