@@ -31,7 +31,6 @@ using testSupport::faultyPcm::Call;
 namespace {
 
 constexpr long noTimestamp = std::numeric_limits<std::int64_t>::min();
-constexpr std::uint32_t forEver = std::numeric_limits<std::uint32_t>::max();
 
 std::string reasonOf(int error)
 {
@@ -94,7 +93,7 @@ private:
 TEST_F(AlsaOutputDeviceWriteTest, PlaysEveryFrameOnce)
 {
     open();
-    for (const std::size_t numFrames : {480, 1, 4799, 30'000, 480, 7}) {
+    for (const std::size_t numFrames : {480U, 1U, 4799U, 30'000U, 480U, 7U}) {
         EXPECT_EQ(write(numFrames), OutputDevice::Success);
     }
     device.drain();

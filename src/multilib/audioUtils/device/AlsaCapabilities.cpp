@@ -1,8 +1,8 @@
 #include "audioUtils/device/AlsaCapabilities.h"
 
 #include <algorithm>
+#include <iterator>
 #include <memory>
-#include <optional>
 #include <utility>
 
 #include <alsa/asoundlib.h>
@@ -76,8 +76,7 @@ public:
             }
         }
         const bool hasHoles =
-            !counts.empty() &&
-            counts.size() != static_cast<std::size_t>(counts.back() - counts.front() + 1);
+            !counts.empty() && counts.back() - counts.front() + 1 != std::ssize(counts);
         return counts.empty() || hasHoles ? IntegerRange(std::move(counts))
                                           : IntegerRange(counts.front(), counts.back());
     }

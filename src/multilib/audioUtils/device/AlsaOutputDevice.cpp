@@ -283,7 +283,7 @@ void AlsaOutputDevice::close()
 {
     KELDA_LOG_ENTRY(logger, TRACE, "");
     m_lastRenderingDelay = RenderingDelay();
-    if (!isOpened()) {
+    if (m_pcmHandle == nullptr) {
         return;
     }
     m_pcmHandle.reset();
