@@ -23,6 +23,7 @@ find_package(Threads REQUIRED)
 find_package(nlohmann_json REQUIRED)
 pkg_check_modules(log4cplus REQUIRED IMPORTED_TARGET log4cplus)
 pkg_check_modules(alsa REQUIRED IMPORTED_TARGET alsa)
+pkg_check_modules(hwy REQUIRED IMPORTED_TARGET libhwy)
 
 # Assertions are part of the interface and abort in every build type.
 foreach(type RELEASE RELWITHDEBINFO MINSIZEREL)
@@ -48,16 +49,32 @@ if(KELDA_COVERAGE)
   target_link_options(kelda_options INTERFACE --coverage)
 endif()
 
-# kelda_library(NAME SOURCES ... PUBLIC ... PRIVATE ...)
+# kelda_library(NAME [FOLDER folder] [MAP file] [OUTPUT name VERSION version]
+#               SOURCES ... PUBLIC ... PRIVATE ...)
 #
-# The shared library libkelda_NAME.so with the alias target kelda::NAME. It exports what its
-# headers mark with KELDA_EXPORT and its map file NAME/exports.map lets through; the map keeps
-# back the standard library's template instantiations, which visibility flags alone do not hide.
+# The shared library libkelda_NAME.so, or libOUTPUT.so.VERSION, with the alias target kelda::NAME, from
+# sources in a folder (NAME). It exports what its headers mark with KELDA_EXPORT and its map file
+# (exports.map) lets through; the map keeps back the standard library's template instantiations, which
+# visibility flags alone do not hide.
 function(kelda_library name)
-  cmake_parse_arguments(arg "" "" "SOURCES;PUBLIC;PRIVATE" ${ARGN})
+  cmake_parse_arguments(arg "" "FOLDER;MAP;OUTPUT;VERSION" "SOURCES;PUBLIC;PRIVATE" ${ARGN})
+  foreach(default "FOLDER ${name}" "MAP exports.map" "OUTPUT kelda_${name}")
+    separate_arguments(default)
+    list(POP_FRONT default option)
+    if(NOT arg_${option})
+      set(arg_${option} ${default})
+    endif()
+  endforeach()
+  if(arg_VERSION)
+    set(version ${arg_VERSION})
+    set(soversion ${arg_VERSION})
+  else()
+    set(version ${PROJECT_VERSION})
+    set(soversion ${PROJECT_VERSION_MAJOR})
+  endif()
   set(target kelda_${name})
-  set(map ${CMAKE_CURRENT_SOURCE_DIR}/${name}/exports.map)
-  list(TRANSFORM arg_SOURCES PREPEND ${name}/)
+  set(map ${CMAKE_CURRENT_SOURCE_DIR}/${arg_FOLDER}/${arg_MAP})
+  list(TRANSFORM arg_SOURCES PREPEND ${arg_FOLDER}/)
   add_library(${target} SHARED ${arg_SOURCES})
   add_library(kelda::${name} ALIAS ${target})
   target_include_directories(${target} PUBLIC $<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}>)
@@ -69,5 +86,5 @@ function(kelda_library name)
     target_link_options(${target} PRIVATE LINKER:--no-undefined)
   endif()
   set_target_properties(${target} PROPERTIES
-    VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR} LINK_DEPENDS ${map})
+    OUTPUT_NAME ${arg_OUTPUT} VERSION ${version} SOVERSION ${soversion} LINK_DEPENDS ${map})
 endfunction()

@@ -1,0 +1,356 @@
+#include "resampleKit/FloatBlockFilter.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <type_traits>
+
+#ifndef KELDA_FLOAT_BLOCK
+#define KELDA_FLOAT_BLOCK
+namespace resampleKit {
+
+// Rows that a table has before the first and behind the last, for weights just across.
+constexpr std::size_t guardRows = 192;
+// Of rows that a parabola is laid through: its error stays below 2e-7.
+constexpr double largestSpacing = 19;
+
+/// A block to be filtered.
+struct Block
+{
+    const float* const* x;
+    float* const* y;
+    double step;
+    float scale;
+    double startTime;
+    double endTime;
+};
+
+} // namespace resampleKit
+#endif
+
+// From here to HWY_ONCE this file is compiled once for each instruction set.
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "resampleKit/FloatBlockFilter.cpp"
+#include <hwy/foreach_target.h> // must come before highway.h
+#include <hwy/highway.h>
+
+#include "resampleKit/SumsOfLanes-inl.h"
+
+HWY_BEFORE_NAMESPACE();
+namespace resampleKit::HWY_NAMESPACE {
+
+namespace hn = hwy::HWY_NAMESPACE;
+
+// At most 16, to which the table's rows are aligned.
+using Floats = hn::CappedTag<float, 16>;
+using Integers = hn::RebindToUnsigned<Floats>;
+using Vector = hn::Vec<Floats>;
+
+/// Up to eight channels that are summed side by side, from one reading of the weights.
+template<std::size_t numChannels>
+class Sums
+{
+public:
+    HWY_INLINE Sums()
+    {
+        KELDA_UNROLL
+        for (std::size_t c = 0; c < 4 * numGroups; ++c) {
+            m_sums[c / 4][c % 4] = hn::Zero(Floats());
+        }
+    }
+
+    HWY_INLINE void add(const float* const* x, std::ptrdiff_t at, Vector weights)
+    {
+        KELDA_UNROLL
+        for (std::size_t c = 0; c < numChannels; ++c) {
+            Vector& sum = m_sums[c / 4][c % 4];
+            sum = hn::MulAdd(weights, hn::LoadU(Floats(), x[c] + at), sum);
+        }
+    }
+
+    HWY_INLINE void store(float* const* y, std::size_t frame, float scale) const
+    {
+        float sums[numGroups][4];
+        KELDA_UNROLL
+        for (std::size_t group = 0; group < numGroups; ++group) {
+            sumsOf4(Floats(), m_sums[group], sums[group]);
+        }
+        KELDA_UNROLL
+        for (std::size_t c = 0; c < numChannels; ++c) {
+            y[c][frame] = scale * sums[c / 4][c % 4];
+        }
+    }
+
+private:
+    static constexpr std::size_t numGroups = (numChannels + 3) / 4;
+
+    Vector m_sums[numGroups][4];
+};
+
+/// Calls a function for groups of 8, 4, 2 and 1 channels, with the first one's number and their
+/// count.
+template<typename Function>
+HWY_INLINE void forEachGroup(std::size_t numChannels, Function function)
+{
+    std::size_t channel = 0;
+    for (; channel + 8 <= numChannels; channel += 8) {
+        function(channel, std::integral_constant<std::size_t, 8>());
+    }
+    for (; channel + 4 <= numChannels; channel += 4) {
+        function(channel, std::integral_constant<std::size_t, 4>());
+    }
+    for (; channel + 2 <= numChannels; channel += 2) {
+        function(channel, std::integral_constant<std::size_t, 2>());
+    }
+    for (; channel < numChannels; ++channel) {
+        function(channel, std::integral_constant<std::size_t, 1>());
+    }
+}
+
+/// The filter as it was designed: each frame weighs with two neighbouring rows.
+template<std::size_t numChannels>
+std::size_t upsample(const PhaseTable<float>& table, const Block& block)
+{
+    const Floats d;
+    const std::size_t width = table.width();
+    const auto reach = static_cast<std::ptrdiff_t>(table.halfWidth()) - 1;
+    const auto entries = static_cast<double>(table.entriesPerSample());
+    std::size_t frame = 0;
+    for (double t = block.startTime; t < block.endTime; t += block.step) {
+        const auto whole = static_cast<std::ptrdiff_t>(t);
+        const double position = (t - static_cast<double>(whole)) * entries;
+        const auto phase = static_cast<std::size_t>(position);
+        const Vector fraction =
+            hn::Set(d, static_cast<float>(position - static_cast<double>(phase)));
+        const float* const row = table.row(phase);
+        const float* const next = row + width;
+        Sums<numChannels> sums;
+        for (std::size_t i = 0; i < width; i += hn::Lanes(d)) {
+            const Vector weight = hn::Load(d, row + i);
+            const Vector nextWeight = hn::Load(d, next + i);
+            sums.add(block.x, whole - reach + static_cast<std::ptrdiff_t>(i),
+                     hn::MulAdd(fraction, hn::Sub(nextWeight, weight), weight));
+        }
+        sums.store(block.y, frame++, block.scale);
+    }
+    return frame;
+}
+
+/// The filter stretched by so little (up to some 1000 ppm) that the weights of a vector's taps come
+/// from neighbouring rows. The tap n of a frame with the fraction f needs row
+///
+///     f (4096 - drift) + n drift        with drift = 4096 (1 - 1 / step)
+///
+/// so across a vector the row moves on in a straight line, and a parabola through three rows gives
+/// all of its weights. Where the rows lie `spacing` apart its error is below (π spacing / 4096)³
+/// / 15.
+template<std::size_t numChannels>
+std::size_t downsampleSlightly(const PhaseTable<float>& table, const Block& block)
+{
+    const Floats d;
+    const std::size_t width = table.width();
+    const auto reach = static_cast<std::ptrdiff_t>(table.halfWidth()) - 1;
+    const auto entries = static_cast<double>(table.entriesPerSample());
+    const double drift = entries * (1 - 1 / block.step);
+    const auto lanes = static_cast<std::ptrdiff_t>(hn::Lanes(d));
+    const double span = drift * static_cast<double>(lanes - 1) / 2;
+    const std::ptrdiff_t spacing = static_cast<std::ptrdiff_t>(span) + 2;
+    const std::ptrdiff_t apart = spacing * static_cast<std::ptrdiff_t>(width);
+    const double perSpacing = 1.0 / static_cast<double>(spacing);
+    const Vector ramp = hn::Mul(hn::Iota(d, 0), hn::Set(d, static_cast<float>(drift * perSpacing)));
+    const Vector half = hn::Set(d, 0.5F);
+    std::size_t frame = 0;
+    for (double t = block.startTime; t < block.endTime; t += block.step) {
+        const auto whole = static_cast<std::ptrdiff_t>(t);
+        double first = (t - static_cast<double>(whole)) * (entries - drift) -
+                       static_cast<double>(reach) * drift; // row of the vector's first tap
+        Sums<numChannels> sums;
+        for (std::size_t i = 0; i < width; i += hn::Lanes(d)) {
+            const auto centre = static_cast<std::ptrdiff_t>(first + span + 4096) - 4096;
+            const float* const row = table.row(0) + centre * static_cast<std::ptrdiff_t>(width) +
+                                     static_cast<std::ptrdiff_t>(i);
+            const Vector u = hn::Add(
+                ramp,
+                hn::Set(d, static_cast<float>((first - static_cast<double>(centre)) * perSpacing)));
+            const Vector before = hn::Load(d, row - apart);
+            const Vector here = hn::Load(d, row);
+            const Vector after = hn::Load(d, row + apart);
+            // here + u (after - before) / 2 + u² ((after + before) / 2 - here)
+            const Vector slope = hn::Mul(half, hn::Sub(after, before));
+            const Vector bend = hn::MulSub(half, hn::Add(after, before), here);
+            sums.add(block.x, whole - reach + static_cast<std::ptrdiff_t>(i),
+                     hn::MulAdd(u, hn::MulAdd(u, bend, slope), here));
+            first += drift * static_cast<double>(lanes);
+        }
+        sums.store(block.y, frame++, block.scale);
+    }
+    return frame;
+}
+
+/// How far a table's rows must go on, before the first and behind the last, for that.
+constexpr double largestDrift = static_cast<double>(guardRows - 24) / 32;
+
+bool isSlight(double step)
+{
+    const double drift = 4096 * (1 - 1 / step);
+    const Floats d;
+    return drift * static_cast<double>(hn::Lanes(d) - 1) / 2 + 2 <= largestSpacing &&
+           drift <= largestDrift;
+}
+
+/// The stretched filter's weights for one frame, gathered from the table.
+///
+/// Positions in the wing are counted in table entries, with fixedBits of fraction: for far taps a
+/// float would be too coarse.
+class StretchedWeights
+{
+public:
+    StretchedWeights(const PhaseTable<float>& table, std::size_t wingSize, double step)
+        : m_origin(table.row(table.entriesPerSample()) + table.halfWidth()),
+          m_width(static_cast<std::uint32_t>(table.width())),
+          m_entries(std::min(4096.0, 4096.0 / step)),
+          m_step(toFixed(m_entries)),
+          m_end(static_cast<std::uint64_t>(wingSize) << fixedBits)
+    {
+    }
+
+    /// @param fraction how far the frame lies behind its sample
+    void gather(double fraction)
+    {
+        const Floats d;
+        const auto lanes = static_cast<std::ptrdiff_t>(hn::Lanes(d));
+        m_left = m_right = 0;
+        forEachVector(toFixed(fraction * m_entries), [&](Vector weights) HWY_ATTR {
+            m_left += lanes;
+            hn::Store(hn::Reverse(d, weights), d, m_weights + middle - m_left);
+        });
+        forEachVector(toFixed((1 - fraction) * m_entries), [&](Vector weights) HWY_ATTR {
+            hn::Store(weights, d, m_weights + middle + m_right);
+            m_right += lanes;
+        });
+    }
+
+    /// Weights of the samples from -left() + 1 to right(), relative to the frame's sample.
+    [[nodiscard]] const float* begin() const { return m_weights + middle - m_left; }
+    [[nodiscard]] std::ptrdiff_t left() const { return m_left; }
+    [[nodiscard]] std::ptrdiff_t right() const { return m_right; }
+
+private:
+    static constexpr int fixedBits = 14;
+    static constexpr std::ptrdiff_t middle = 272; // 8 times the 32 taps of a wing, and a vector
+
+    static std::uint32_t toFixed(double entries)
+    {
+        return static_cast<std::uint32_t>(entries * (1 << fixedBits) + 0.5);
+    }
+
+    template<typename Function>
+    void forEachVector(std::uint32_t start, Function function) const
+    {
+        const Floats d;
+        const Integers du;
+        const std::uint64_t lanes = hn::Lanes(d);
+        auto position = hn::Add(hn::Set(du, start), hn::Mul(hn::Iota(du, 0), hn::Set(du, m_step)));
+        const auto advance = hn::Set(du, static_cast<std::uint32_t>(lanes * m_step));
+        // 32 bits hold all positions of the wing, and those of one vector more.
+        const auto end = hn::Set(du, static_cast<std::uint32_t>(m_end));
+        for (std::uint64_t first = start; first < m_end; first += lanes * m_step) {
+            const auto entry = hn::ShiftRight<fixedBits>(position);
+            const auto row = hn::And(entry, hn::Set(du, 4095));
+            const auto column = hn::ShiftRight<12>(entry);
+            // Right halves, from the last row on backwards: row r is r rows further up.
+            const hn::RebindToSigned<Integers> di;
+            const auto index = hn::BitCast(di, hn::Sub(column, hn::Mul(row, hn::Set(du, m_width))));
+            const Vector weight = hn::GatherIndex(d, m_origin, index);
+            const Vector next = hn::GatherIndex(d, m_origin - m_width, index);
+            const auto rest = hn::And(position, hn::Set(du, (1U << fixedBits) - 1));
+            const Vector fraction = hn::Mul(hn::ConvertTo(d, hn::BitCast(di, rest)),
+                                            hn::Set(d, 1.0F / (1 << fixedBits)));
+            const Vector weights = hn::MulAdd(fraction, hn::Sub(next, weight), weight);
+            function(hn::IfThenElseZero(hn::RebindMask(d, hn::Lt(position, end)), weights));
+            position = hn::Add(position, advance);
+        }
+    }
+
+    const float* m_origin;
+    std::uint32_t m_width;
+    double m_entries; // for each sample of the signal
+    std::uint32_t m_step;
+    std::uint64_t m_end;
+    std::ptrdiff_t m_left = 0;
+    std::ptrdiff_t m_right = 0;
+    HWY_ALIGN float m_weights[2 * middle];
+};
+
+std::size_t downsample(const PhaseTable<float>& table, std::size_t wingSize, const Block& block,
+                       std::size_t numChannels)
+{
+    const Floats d;
+    StretchedWeights weights(table, wingSize, block.step);
+    std::size_t frame = 0;
+    for (double t = block.startTime; t < block.endTime; t += block.step) {
+        const auto whole = static_cast<std::ptrdiff_t>(t);
+        weights.gather(t - static_cast<double>(whole));
+        const std::ptrdiff_t first = whole + 1 - weights.left();
+        const std::ptrdiff_t count = weights.left() + weights.right();
+        const auto sum = [&]<std::size_t side>(std::size_t channel,
+                                               std::integral_constant<std::size_t, side>) HWY_ATTR {
+            Sums<side> sums;
+            for (std::ptrdiff_t i = 0; i < count; i += static_cast<std::ptrdiff_t>(hn::Lanes(d))) {
+                sums.add(block.x + channel, first + i, hn::Load(d, weights.begin() + i));
+            }
+            sums.store(block.y + channel, frame, block.scale);
+        };
+        forEachGroup(numChannels, sum);
+        ++frame;
+    }
+    return frame;
+}
+
+std::size_t filterBlock(const PhaseTable<float>& table, std::size_t wingSize, const Block& block,
+                        std::size_t numChannels)
+{
+    if (block.step >= 1 && !isSlight(block.step)) {
+        return downsample(table, wingSize, block, numChannels);
+    }
+    std::size_t frames = 0;
+    forEachGroup(numChannels,
+                 [&]<std::size_t side>(std::size_t channel,
+                                       std::integral_constant<std::size_t, side>) HWY_ATTR {
+                     Block group = block;
+                     group.x += channel;
+                     group.y += channel;
+                     frames = block.step < 1 ? upsample<side>(table, group)
+                                             : downsampleSlightly<side>(table, group);
+                 });
+    return frames;
+}
+
+} // namespace resampleKit::HWY_NAMESPACE
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace resampleKit {
+
+namespace {
+
+constexpr std::size_t halfAlignment = 8; // a row is twice as long, and as any vector
+
+HWY_EXPORT(filterBlock);
+
+} // namespace
+
+FloatBlockFilter::FloatBlockFilter(std::span<const float> wing)
+    : m_table(wing, 4096, halfAlignment, guardRows), m_wingSize(wing.size())
+{
+}
+
+std::size_t FloatBlockFilter::process(const float* const* x, float* const* y,
+                                      std::size_t numChannels, double step, float scale,
+                                      double startTime, int count) const
+{
+    return HWY_DYNAMIC_DISPATCH(filterBlock)(
+        m_table, m_wingSize, {x, y, step, scale, startTime, startTime + count}, numChannels);
+}
+
+} // namespace resampleKit
+#endif
