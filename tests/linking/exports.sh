@@ -1,11 +1,12 @@
 #!/bin/sh
-# exports.sh LIBRARY NAMESPACE: fails when the library offers anything but its public names.
+# exports.sh LIBRARY NAMESPACE [NAMES]: fails when the library offers anything but its public names;
+# NAMES are those outside the namespace, as a regular expression.
 set -eu
 names=$(nm --dynamic --defined-only --demangle "$1" | cut -d' ' -f3-)
 printf '%s\n' "$names" | grep -q "^$2::" || { echo "$1 exports nothing"; exit 1; }
 
 others=$(printf '%s\n' "$names" |
-    grep -vE "^((vtable|typeinfo|typeinfo name) for )?$2::|^dbglog_scopedFunction" || true)
+    grep -vE "^((vtable|typeinfo|typeinfo name) for |int )?$2::|^dbglog_scopedFunction${3:+|^($3)\$}" || true)
 private=$(printf '%s\n' "$names" | grep -E '::(detail|\(anonymous namespace\))::' || true)
 # Of the classes' private helpers none is seen either; two stand for all.
 helpers=$(printf '%s\n' "$names" | grep -E '::(alignWrite|Instant|updateConfiguration)' || true)
