@@ -1,7 +1,6 @@
 #include "DeviceRequest.h"
 
 #include <algorithm>
-#include <stdexcept>
 
 #include "audioUtils/device/AlsaOutputDevice.h"
 #include "audioUtils/device/FakeOutputDevice.h"
@@ -13,11 +12,6 @@ using audioUtils::OutputDevice;
 DeviceRequest requestFor(const Options& options, const audioUtils::PcmAudioInfo& stream)
 {
     const auto sampleRate = static_cast<unsigned int>(stream.getSampleRate());
-    if (options.rate != 0 && options.rate != sampleRate) {
-        throw std::runtime_error("the files have " + std::to_string(sampleRate) +
-                                 " Hz, not the device's " + std::to_string(options.rate) +
-                                 " Hz, and nothing here converts sample rates");
-    }
     const auto orElse = [](std::uint64_t asked, std::uint64_t otherwise) {
         return asked != 0 ? asked : otherwise;
     };
@@ -57,8 +51,8 @@ std::string open(OutputDevice& device, const DeviceRequest& request)
     if (device.sampleRate() != request.sampleRate) {
         const std::string granted = std::to_string(device.sampleRate());
         device.close();
-        return "device " + request.name + " runs at " + granted + " Hz, not the files' " +
-               std::to_string(request.sampleRate) + " Hz, and nothing here converts sample rates";
+        return "device " + request.name + " runs at " + granted + " Hz, though it takes " +
+               std::to_string(request.sampleRate) + " Hz";
     }
     return "";
 }

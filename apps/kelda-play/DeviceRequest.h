@@ -24,15 +24,14 @@ struct DeviceRequest
 };
 
 /// What the user asked for, and where he left it open, what suits the stream.
-///
-/// Throws std::runtime_error when he asks for another sample rate than the stream's.
 [[nodiscard]] DeviceRequest requestFor(const Options& options,
                                        const audioUtils::PcmAudioInfo& stream);
 
 /// "fake": the simulated device; any other name is ALSA's.
 [[nodiscard]] std::unique_ptr<audioUtils::OutputDevice> createDevice(const std::string& name);
 
-/// Opens a device; a failed one is closed again.
+/// Opens a device; a failed one is closed again, and so is one that runs at another rate than was
+/// asked for.
 ///
 /// @return what stands in the way, or an empty text
 [[nodiscard]] std::string open(audioUtils::OutputDevice& device, const DeviceRequest& request);

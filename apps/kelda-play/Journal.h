@@ -9,13 +9,20 @@
 
 namespace keldaPlay {
 
-/// What happened to one block.
+/// Whether a device has taken what was written.
+[[nodiscard]] inline bool isHeard(audioUtils::OutputDevice::WriteReturnValue result)
+{
+    return result == audioUtils::OutputDevice::Success ||
+           result == audioUtils::OutputDevice::Underrun;
+}
+
+/// What happened to one block; frames are the queue's.
 struct BlockRecord
 {
     miscUtils::TimeValue dueTime = 0;    ///< of the block's first frame, ns
     miscUtils::TimeValueDelta delta = 0; ///< timing error, ns; positive: late
     miscUtils::TimeValue queueFill = 0;  ///< after the read, ns
-    std::int64_t deviceDelay = 0;        ///< before the write, ns
+    std::int64_t deviceDelay = 0;        ///< before the write, ns, with the converter's
     std::uint64_t numFrames = 0;
     std::uint64_t silenceFrames = 0;  ///< handed out by the queue for the time before its data
     std::uint64_t insertedFrames = 0; ///< silence that the queue put into gaps
@@ -23,12 +30,7 @@ struct BlockRecord
     std::uint64_t paddedFrames = 0;   ///< missing in the queue, filled by the renderer
     audioUtils::OutputDevice::WriteReturnValue result = audioUtils::OutputDevice::Success;
 
-    /// Whether the device has taken it.
-    [[nodiscard]] bool isHeard() const
-    {
-        return result == audioUtils::OutputDevice::Success ||
-               result == audioUtils::OutputDevice::Underrun;
-    }
+    [[nodiscard]] bool isHeard() const { return keldaPlay::isHeard(result); }
 
     [[nodiscard]] std::uint64_t dataFrames() const
     {

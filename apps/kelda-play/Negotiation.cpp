@@ -76,6 +76,21 @@ std::optional<PcmFormat> nearestFormat(PcmFormat wanted, const std::vector<PcmFo
     return nearest;
 }
 
+namespace {
+
+PcmAudioInfo checked(const PcmAudioInfo& device, const PcmAudioInfo& stream)
+{
+    const double ratio = static_cast<double>(stream.getSampleRate()) / device.getSampleRate();
+    if (ratio <= 0.125 || ratio >= 8) {
+        throw std::runtime_error("no sample rate is converted by more than a factor of 8: " +
+                                 std::to_string(stream.getSampleRate()) + " Hz to " +
+                                 std::to_string(device.getSampleRate()) + " Hz");
+    }
+    return device;
+}
+
+} // namespace
+
 PcmAudioInfo negotiate(const Options& options, const PcmAudioInfo& stream,
                        const PcmAudioCapabilities& device)
 {
@@ -85,8 +100,11 @@ PcmAudioInfo negotiate(const Options& options, const PcmAudioInfo& stream,
         throw std::runtime_error(std::string("format ") + toString(*options.format) +
                                  " can't be played");
     }
+    if (options.rate != 0) {
+        info.setSampleRate(static_cast<int>(options.rate));
+    }
     if (isAudioInfoCompatible(info, device) && layoutOf(info.getPcmFormat())) {
-        return info;
+        return checked(info, stream);
     }
     const auto format = nearestFormat(info.getPcmFormat(), device.getPcmFormats());
     if (!format || (options.format && *format != *options.format)) {
@@ -96,13 +114,7 @@ PcmAudioInfo negotiate(const Options& options, const PcmAudioInfo& stream,
     }
     info.setPcmFormat(*format);
     static_cast<void>(pickNearestAudioInfo(info, device)); // the format is one of the device's
-    if (info.getSampleRate() != stream.getSampleRate()) {
-        throw std::runtime_error("device " + options.device + " runs at " +
-                                 std::to_string(info.getSampleRate()) + " Hz, not the files' " +
-                                 std::to_string(stream.getSampleRate()) +
-                                 " Hz, and nothing here converts sample rates");
-    }
-    return info;
+    return checked(info, stream);
 }
 
 std::string changes(const PcmAudioInfo& stream, const PcmAudioInfo& device)
@@ -111,6 +123,10 @@ std::string changes(const PcmAudioInfo& stream, const PcmAudioInfo& device)
     if (device.getPcmFormat() != stream.getPcmFormat()) {
         text += std::string("format ") + toString(device.getPcmFormat()) + " instead of " +
                 toString(stream.getPcmFormat());
+    }
+    if (device.getSampleRate() != stream.getSampleRate()) {
+        text += (text.empty() ? "" : ", ") + std::to_string(device.getSampleRate()) +
+                " Hz instead of " + std::to_string(stream.getSampleRate());
     }
     if (device.getNumChannels() != stream.getNumChannels()) {
         text += (text.empty() ? "" : ", ") + std::to_string(device.getNumChannels()) +

@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <cstdio>
+#include <map>
 #include <sstream>
 
 #include <CLI/CLI.hpp>
@@ -42,7 +43,8 @@ void addDeviceOptions(CLI::App& app, Options& options)
     app.add_option("--device", options.device,
                    "Output device: fake (simulated), or the name of any ALSA device")
         ->capture_default_str();
-    app.add_option("--rate", options.rate, "Sample rate of the device in Hz [the files' rate]")
+    app.add_option("--rate", options.rate,
+                   "Sample rate of the device in Hz [the files', or the nearest that it takes]")
         ->check(CLI::Range(1U, 6'144'000U));
     app.add_option_function<std::string>(
         "--format", [&options](const std::string& name) { options.format = parseFormat(name); },
@@ -61,6 +63,24 @@ void addDeviceOptions(CLI::App& app, Options& options)
         ->option_text("MAP");
     app.add_flag("!--no-rate-resample", options.rateResample,
                  "Forbid ALSA to convert the sample rate");
+}
+
+void addResampler(CLI::App& app, ResamplerChoice& choice)
+{
+    using Resampler = audioUtils::HighQualityResampler;
+    static const std::map<std::string, bool> kinds = {{"float", false}, {"short", true}};
+    static const std::map<std::string, Resampler::FilterQuality> qualities = {
+        {"low", Resampler::Low},
+        {"medium", Resampler::Medium},
+        {"high", Resampler::High},
+        {"best", Resampler::Best}};
+    app.add_option("--resampler", choice.shorts,
+                   "What converts the sample rate: float, or short (16 bits, fixed point)")
+        ->transform(CLI::Transformer(kinds))
+        ->option_text("float|short [float]");
+    app.add_option("--quality", choice.quality, "Of the resampler")
+        ->transform(CLI::CheckedTransformer(qualities))
+        ->option_text("low|medium|high|best [best]");
 }
 
 void addDescriptions(CLI::App& app, Options& options)
@@ -129,6 +149,7 @@ std::optional<int> parseOptions(int argc, char** argv, Options& options)
     app.add_option("FILE", options.files, "Played one after the other, without a gap");
     addDescriptions(app, options);
     addDeviceOptions(app, options);
+    addResampler(app, options.resampler);
     addStreamOptions(app, options);
     addDisturbances(app, options);
     addOutputs(app, options);

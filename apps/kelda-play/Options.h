@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "RateConverter.h"
 #include "audioUtils/PcmDataStructures.h"
 
 namespace keldaPlay {
@@ -29,6 +30,7 @@ struct Options
     std::uint64_t startThreshold = 0;
     std::string channelMap; // in ALSA's syntax
     bool rateResample = true;
+    ResamplerChoice resampler;
 
     std::string describeFile; // of these nothing is played
     std::string describeDevice;

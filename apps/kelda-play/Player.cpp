@@ -16,6 +16,7 @@
 #include "Negotiation.h"
 #include "Playlist.h"
 #include "Producer.h"
+#include "RateConverter.h"
 #include "Recorder.h"
 #include "Renderer.h"
 #include "Statistics.h"
@@ -32,7 +33,8 @@ namespace {
 
 constexpr TimeValue nanosecondsPerMillisecond = 1'000'000;
 
-void configureQueue(audioUtils::PcmQueue& queue, const Options& options, const OutputDevice& device)
+void configureQueue(audioUtils::PcmQueue& queue, const Options& options, unsigned int sampleRate,
+                    const FrameLayout& layout)
 {
     // Two timestamps may lie twice the jitter apart, and the filter is off by a part of it: less
     // than three times the jitter is no jump.
@@ -40,16 +42,18 @@ void configureQueue(audioUtils::PcmQueue& queue, const Options& options, const O
     const auto jump = static_cast<TimeValue>(std::llround(options.jumpThresholdMs * 1e6));
     const TimeValue jumpThreshold = std::max(jump, 3 * jitter);
     const TimeValue filterMaxError = std::max(10 * nanosecondsPerMillisecond, 3 * jitter);
-    queue.configure(true, options.queueMs, device.sampleRate(), device.numChannels(),
-                    device.numBytesPerSample(), "kelda-play", true, jumpThreshold, filterMaxError);
+    queue.configure(true, options.queueMs, sampleRate,
+                    static_cast<unsigned int>(layout.numChannels),
+                    static_cast<unsigned int>(layout.sample.bytes), "kelda-play", true,
+                    jumpThreshold, filterMaxError);
 }
 
 // The first frame is due when the device is full and the producer has had time for some packets.
-StreamClock startClock(const OutputDevice& device)
+StreamClock startClock(const OutputDevice& device, unsigned int sampleRate)
 {
     constexpr TimeValue lead = 100 * nanosecondsPerMillisecond;
     const TimeValue full = device.bufferSize() * 1'000'000'000 / device.sampleRate();
-    return StreamClock(miscUtils::getMonotonicRawSysclockTime() + full + lead, device.sampleRate());
+    return StreamClock(miscUtils::getMonotonicRawSysclockTime() + full + lead, sampleRate);
 }
 
 /// The two threads between the files and the device, and what the main thread does meanwhile.
@@ -65,13 +69,21 @@ public:
               negotiate(options, m_stream, capabilitiesOf(options.device, options.rateResample))),
           m_layout{*layoutOf(m_info.getPcmFormat()),
                    static_cast<std::size_t>(m_info.getNumChannels())},
+          m_queued{m_info.getSampleRate() == m_stream.getSampleRate()
+                       ? m_layout.sample
+                       : *layoutOf(RateConverter::inputFormat(options.resampler)),
+                   m_layout.numChannels},
           m_request(requestFor(options, m_info)),
           m_device(createDevice(options.device))
     {
         if (const std::string obstacle = open(*m_device, m_request); !obstacle.empty()) {
             throw std::runtime_error(obstacle);
         }
-        configureQueue(m_queue, options, *m_device);
+        configureQueue(m_queue, options, m_playlist.rate(), m_queued);
+        if (m_device->sampleRate() != m_playlist.rate()) {
+            m_converter.emplace(options.resampler, m_playlist.rate(), m_device->sampleRate(),
+                                m_layout);
+        }
         if (options.durationSeconds) {
             m_playlist.limit(static_cast<std::uint64_t>(
                 std::llround(*options.durationSeconds * m_playlist.rate())));
@@ -88,15 +100,16 @@ public:
     [[nodiscard]] int run()
     {
         printStart();
-        Producer producer(m_playlist, m_layout, m_queue, m_options);
+        Producer producer(m_playlist, m_queued, m_queue, m_options);
         Renderer renderer(
-            m_queue, *m_device, [this] { return open(*m_device, m_request).empty(); },
+            m_queue, *m_device, m_queued, m_converter ? &*m_converter : nullptr,
+            [this] { return open(*m_device, m_request).empty(); },
             m_recorder ? &*m_recorder : nullptr, m_journal);
         std::exception_ptr producerError;
 
         std::thread producerThread([&] {
             try {
-                producer.run(startClock(*m_device));
+                producer.run(startClock(*m_device, m_playlist.rate()));
             } catch (...) {
                 producerError = std::current_exception();
                 m_queue.drain(); // what was decoded is played
@@ -164,7 +177,7 @@ private:
     {
         evaluate();
         m_status.end();
-        std::printf("%s", m_statistics.summary(m_device->sampleRate()).c_str());
+        std::printf("%s", m_statistics.summary(m_playlist.rate()).c_str());
         std::fflush(stdout);
     }
 
@@ -187,11 +200,13 @@ private:
     Playlist m_playlist;
     audioUtils::PcmAudioInfo m_stream; // as the files have it
     audioUtils::PcmAudioInfo m_info;   // as the device is to have it
-    FrameLayout m_layout;
+    FrameLayout m_layout;              // as the device takes it
+    FrameLayout m_queued;              // as it is queued
     DeviceRequest m_request;
     std::unique_ptr<OutputDevice> m_device;
     bool m_isGone = false;
     audioUtils::PcmQueue m_queue;
+    std::optional<RateConverter> m_converter;
     std::optional<Recorder> m_recorder;
     std::optional<Trace> m_trace;
     Journal m_journal;

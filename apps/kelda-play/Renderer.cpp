@@ -15,8 +15,9 @@ using audioUtils::OutputDevice;
 using miscUtils::getMonotonicRawSysclockTime;
 using miscUtils::TimeValue;
 
-Renderer::Renderer(audioUtils::PcmQueue& queue, OutputDevice& device, std::function<bool()> reopen,
-                   Recorder* recorder, Journal& journal)
+Renderer::Renderer(audioUtils::PcmQueue& queue, OutputDevice& device, const FrameLayout& queued,
+                   RateConverter* converter, std::function<bool()> reopen, Recorder* recorder,
+                   Journal& journal)
     : m_queue(queue),
       m_device(device),
       m_reopen(std::move(reopen)),
@@ -24,8 +25,10 @@ Renderer::Renderer(audioUtils::PcmQueue& queue, OutputDevice& device, std::funct
       m_recorder(recorder),
       m_journal(journal),
       m_numFrames(device.periodSize()),
-      m_bytesPerFrame(std::size_t{device.numChannels()} * device.numBytesPerSample()),
-      m_block(m_numFrames * m_bytesPerFrame)
+      m_queued(queued),
+      m_converter(converter),
+      m_deviceBytesPerFrame(std::size_t{device.numChannels()} * device.numBytesPerSample()),
+      m_block((8 * m_numFrames + 1) * queued.bytes()) // of which a converter needs the most
 {
 }
 
@@ -50,26 +53,47 @@ void Renderer::run()
             waitForDevice();
         }
     }
+    playEnd();
     m_ended = true;
 }
 
 // The whole of playing in time.
 bool Renderer::renderBlock()
 {
+    const std::span block = std::span(m_block).first(framesToRead() * m_queued.bytes());
     BlockRecord record;
-    record.deviceDelay = m_delay.next();
+    record.deviceDelay = m_delay.next() + (m_converter != nullptr ? m_converter->latencyNs() : 0);
     record.dueTime = getMonotonicRawSysclockTime() + static_cast<TimeValue>(record.deviceDelay);
 
-    const std::size_t framesRead = m_queue.read(record.dueTime, m_block, record.delta);
-    padFrom(framesRead);
-    record.result = m_device.write(m_block.data(), m_numFrames);
-    m_delay.written(record.result, m_numFrames);
-
-    if (record.isHeard() && m_recorder != nullptr) {
-        m_recorder->write(m_block);
-    }
-    report(record, framesRead);
+    const std::size_t framesRead = m_queue.read(record.dueTime, block, record.delta);
+    std::ranges::fill(block.subspan(framesRead * m_queued.bytes()), 0); // what the queue lacks
+    record.result = write(m_converter != nullptr ? m_converter->convert(block) : block);
+    report(record, block.size() / m_queued.bytes(), framesRead);
     return record.isHeard();
+}
+
+std::size_t Renderer::framesToRead()
+{
+    return m_converter != nullptr ? m_converter->inputFramesFor(m_numFrames) : m_numFrames;
+}
+
+OutputDevice::WriteReturnValue Renderer::write(std::span<unsigned char> frames)
+{
+    const std::size_t numFrames = frames.size() / m_deviceBytesPerFrame;
+    const OutputDevice::WriteReturnValue result = m_device.write(frames.data(), numFrames);
+    m_delay.written(result, numFrames);
+    if (isHeard(result) && m_recorder != nullptr) {
+        m_recorder->write(frames);
+    }
+    return result;
+}
+
+// What the converter still holds.
+void Renderer::playEnd()
+{
+    if (m_converter != nullptr && m_device.isOpened()) {
+        static_cast<void>(write(m_converter->convert({}, true)));
+    }
 }
 
 void Renderer::waitForDevice()
@@ -100,25 +124,21 @@ void Renderer::passUnheard(std::chrono::milliseconds duration)
         BlockRecord record;
         record.result = OutputDevice::NotOpened;
         record.dueTime = getMonotonicRawSysclockTime();
-        report(record, m_queue.read(record.dueTime, m_block, record.delta));
+        const std::size_t numFrames = framesToRead();
+        const std::span unheard = std::span(m_block).first(numFrames * m_queued.bytes());
+        report(record, numFrames, m_queue.read(record.dueTime, unheard, record.delta));
     }
 }
 
-// The queue leaves what it can't fill as it was.
-void Renderer::padFrom(std::size_t frame)
-{
-    std::fill(m_block.data() + frame * m_bytesPerFrame, m_block.data() + m_block.size(), 0);
-}
-
-void Renderer::report(BlockRecord record, std::size_t framesRead)
+void Renderer::report(BlockRecord record, std::size_t numFrames, std::size_t framesRead)
 {
     const audioUtils::PcmQueueCounters before = std::exchange(m_counters, m_queue.counters());
-    record.numFrames = m_numFrames;
+    record.numFrames = numFrames;
     record.queueFill = m_queue.bufferedDuration(miscUtils::NoTimeValue);
     record.silenceFrames = m_counters.silenceFrames - before.silenceFrames;
     record.insertedFrames = m_counters.insertedFrames - before.insertedFrames;
     record.skippedFrames = m_counters.skippedFrames - before.skippedFrames;
-    record.paddedFrames = m_numFrames - framesRead;
+    record.paddedFrames = numFrames - framesRead;
     m_journal.append(record);
 }
 

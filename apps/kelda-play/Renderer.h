@@ -3,10 +3,12 @@
 #include <atomic>
 #include <chrono>
 #include <functional>
+#include <span>
 #include <vector>
 
 #include "DeviceDelay.h"
 #include "Journal.h"
+#include "RateConverter.h"
 #include "Recorder.h"
 #include "audioUtils/PcmQueue.h"
 #include "audioUtils/device/OutputDevice.h"
@@ -17,10 +19,13 @@ namespace keldaPlay {
 class Renderer
 {
 public:
+    /// @param queued    how the frames of the queue lie in memory
+    /// @param converter between the queue and the device; null where they have the same format
     /// @param reopen   opens the device again, after it was closed, just as it was; false: it can't
     /// @param recorder where each block goes that the device has taken; may be null
     Renderer(audioUtils::PcmQueue& queue, audioUtils::OutputDevice& device,
-             std::function<bool()> reopen, Recorder* recorder, Journal& journal);
+             const FrameLayout& queued, RateConverter* converter, std::function<bool()> reopen,
+             Recorder* recorder, Journal& journal);
 
     /// Renders a period at a time until stop(). While the device is gone the stream goes on
     /// unheard, and in time, until the device can be opened again.
@@ -36,8 +41,10 @@ private:
     [[nodiscard]] bool renderBlock();
     void waitForDevice();
     void passUnheard(std::chrono::milliseconds duration);
-    void padFrom(std::size_t frame);
-    void report(BlockRecord record, std::size_t framesRead);
+    [[nodiscard]] std::size_t framesToRead();
+    [[nodiscard]] audioUtils::OutputDevice::WriteReturnValue write(std::span<unsigned char> frames);
+    void playEnd();
+    void report(BlockRecord record, std::size_t numFrames, std::size_t framesRead);
 
     audioUtils::PcmQueue& m_queue;
     audioUtils::OutputDevice& m_device;
@@ -46,8 +53,10 @@ private:
     Recorder* m_recorder;
     Journal& m_journal;
     std::size_t m_numFrames;
-    std::size_t m_bytesPerFrame;
-    std::vector<unsigned char> m_block;
+    FrameLayout m_queued;
+    RateConverter* m_converter;
+    std::size_t m_deviceBytesPerFrame;
+    std::vector<unsigned char> m_block; // as it is read
     audioUtils::PcmQueueCounters m_counters;
     std::atomic<bool> m_stopped = false;
     std::atomic<bool> m_ended = false;

@@ -239,15 +239,6 @@ TEST_F(DeviceTest, TellsWhichGeometryItObtained)
                                 "24000, start 16384 instead of 24000 frames\n"));
 }
 
-TEST_F(DeviceTest, RefusesToPlayAtAnotherSpeed)
-{
-    card->onlyRate = 44100;
-    EXPECT_EQ(playOn(""), 1);
-    EXPECT_EQ(err, "kelda-play: device faulty runs at 44100 Hz, not the files' 48000 Hz, and "
-                   "nothing here converts sample rates\n");
-    EXPECT_EQ(card->framesTaken, 0U);
-}
-
 TEST_F(DeviceTest, PlaysOnACardThatKnowsOneFormat)
 {
     card->onlyFormat = SND_PCM_FORMAT_S32_LE + 1;

@@ -70,6 +70,8 @@ TEST(Negotiation, TakesTheNearestAndSaysSo)
     const PcmAudioInfo info = negotiate(onDevice("d"), stream, some());
     EXPECT_EQ(info, PcmAudioInfo(48000, 2, S32LE));
     EXPECT_EQ(changes(stream, info), "format S32LE instead of S24LE, 2 channels instead of 1");
+    EXPECT_EQ(changes(PcmAudioInfo(22050, 2, S32LE), PcmAudioInfo(44100, 2, S32LE)),
+              "44100 Hz instead of 22050");
     EXPECT_EQ(changes(PcmAudioInfo(48000, 6, S32LE), PcmAudioInfo(48000, 1, S32LE)),
               "1 channel instead of 6");
 }
@@ -77,9 +79,8 @@ TEST(Negotiation, TakesTheNearestAndSaysSo)
 TEST(Negotiation, SaysWhatStandsInTheWay)
 {
     Options options = onDevice("d");
-    EXPECT_EQ(obstacle(options, PcmAudioInfo(22050, 2, S32LE)),
-              "device d runs at 44100 Hz, not the files' 22050 Hz, and nothing here converts "
-              "sample rates");
+    EXPECT_EQ(obstacle(options, PcmAudioInfo(5000, 2, S32LE)),
+              "no sample rate is converted by more than a factor of 8: 5000 Hz to 44100 Hz");
     options.format = S24LE;
     EXPECT_EQ(obstacle(options, PcmAudioInfo(48000, 2, S32LE)),
               "device d does not take S24LE, but S16BE S32LE");

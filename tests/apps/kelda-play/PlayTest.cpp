@@ -213,7 +213,6 @@ TEST_F(PlayTest, TellsInOneLineWhatIsWrong)
         {path("a.wav") + " " + recording, "Front_Center.wav: has 1 channels at 48000 Hz, but "},
         {"--format S16XX " + path("a.wav"), "unknown format S16XX, known are S16LE S16BE "},
         {"--format F64LE " + path("a.wav"), "format F64LE can't be played"},
-        {"--rate 44100 " + path("a.wav"), "the files have 48000 Hz, not the device's 44100 Hz"},
         {"--rate 0 " + path("a.wav"), "--rate: "},
         {"--period 0 " + path("a.wav"), "--period: "},
         {"--buffer -1 " + path("a.wav"), "--buffer"},

@@ -1,0 +1,59 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <span>
+#include <vector>
+
+#include "SampleLayout.h"
+#include "audioUtils/resample/HighQualityResampler.h"
+
+namespace keldaPlay {
+
+/// Which resampler converts, and how well.
+struct ResamplerChoice
+{
+    bool shorts = false; ///< 16-bit fixed point instead of float
+    audioUtils::HighQualityResampler::FilterQuality quality =
+        audioUtils::HighQualityResampler::Best;
+};
+
+/// Converts blocks from the stream's rate to the device's, and into the device's sample format.
+class RateConverter
+{
+public:
+    /// @param device how the device wants its frames
+    RateConverter(const ResamplerChoice& choice, double inRate, double outRate,
+                  const FrameLayout& device);
+    ~RateConverter();
+    RateConverter(const RateConverter&) = delete;
+    RateConverter& operator=(const RateConverter&) = delete;
+
+    /// The sample format that it wants: 16-bit or float, of the processor's byte order.
+    [[nodiscard]] static audioUtils::PcmFormat inputFormat(const ResamplerChoice& choice);
+
+    /// How long the next input waits until it comes out, in ns.
+    [[nodiscard]] long latencyNs() const;
+
+    /// How many frames of input make so many of output, on average over some blocks.
+    [[nodiscard]] std::size_t inputFramesFor(std::size_t outFrames);
+
+    /// Takes a block of input whole.
+    /// @param flush whether silence follows, so that the end comes out
+    /// @return frames of output; valid until the next call
+    [[nodiscard]] std::span<unsigned char> convert(std::span<unsigned char> input,
+                                                   bool flush = false);
+
+private:
+    struct Resampler;
+    template<typename Sample>
+    struct ResamplerOf;
+
+    std::unique_ptr<Resampler> m_resampler;
+    FrameLayout m_device;
+    double m_framesPerFrame;
+    double m_framesOwed = 0; // of input
+    std::vector<unsigned char> m_output;
+};
+
+} // namespace keldaPlay

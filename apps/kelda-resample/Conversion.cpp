@@ -1,0 +1,171 @@
+#include "Conversion.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <numbers>
+#include <stdexcept>
+#include <vector>
+
+#include <unistd.h>
+
+#include "AudioFile.h"
+
+namespace keldaResample {
+
+using audioUtils::HighQualityResampler;
+using keldaPlay::FileHandle;
+
+namespace {
+
+constexpr std::size_t blockFrames = 256;
+// The resampler's output is 1 dB down; a file is to keep its level.
+constexpr float makeUp = 1 / 0.8912509F;
+
+FileHandle openFile(const std::string& path, int mode, SF_INFO& info)
+{
+    FileHandle file(sf_open(path.c_str(), mode, &info));
+    if (!file) {
+        throw std::runtime_error(path + ": " + sf_strerror(nullptr));
+    }
+    return file;
+}
+
+class ProgressBar
+{
+public:
+    void show(double part)
+    {
+        const int percent = static_cast<int>(std::clamp(part, 0.0, 1.0) * 100);
+        if (m_terminal && percent != m_shown) {
+            const auto full = static_cast<std::size_t>(percent) / 2;
+            std::printf("\r[%s%s] %3d %%", std::string(full, '#').c_str(),
+                        std::string(50 - full, ' ').c_str(), percent);
+            std::fflush(stdout);
+            m_shown = percent;
+        }
+    }
+
+    void end() const
+    {
+        if (m_terminal) {
+            std::printf("\n");
+        }
+    }
+
+private:
+    bool m_terminal = isatty(STDOUT_FILENO) != 0;
+    int m_shown = -1;
+};
+
+class Conversion
+{
+public:
+    explicit Conversion(const ConversionOptions& options)
+        : m_options(options),
+          m_in(openFile(options.input, SFM_READ, m_info)),
+          m_channels(static_cast<std::size_t>(m_info.channels)),
+          m_resampler(m_info.channels, options.quality)
+    {
+        const double ratio = static_cast<double>(m_info.samplerate) / options.rate;
+        if (ratio < 0.125 || ratio > 8) {
+            throw std::runtime_error(options.input + ": " + std::to_string(m_info.samplerate) +
+                                     " Hz can't be converted to " + std::to_string(options.rate) +
+                                     " Hz: that is more than a factor of 8");
+        }
+        SF_INFO out = m_info;
+        out.samplerate = static_cast<int>(options.rate);
+        m_out = openFile(options.output, SFM_WRITE, out);
+        sf_command(m_out.get(), SFC_SET_CLIPPING, nullptr, SF_TRUE);
+        // As many as lie within the input, whose end is one frame behind its last.
+        m_outFramesLeft =
+            (m_info.frames * sf_count_t{options.rate} + m_info.samplerate - 1) / m_info.samplerate;
+    }
+
+    void run()
+    {
+        std::vector<float> block(blockFrames * m_channels);
+        sf_count_t done = 0;
+        for (;;) {
+            const sf_count_t frames =
+                sf_readf_float(m_in.get(), block.data(), static_cast<sf_count_t>(blockFrames));
+            if (frames <= 0) {
+                break;
+            }
+            setRatioAt(done);
+            push(block.data(), static_cast<std::size_t>(frames) * m_channels, false);
+            done += frames;
+            m_progress.show(static_cast<double>(done) / static_cast<double>(m_info.frames));
+        }
+        push(nullptr, 0, true);
+        // A swinging ratio ends where it ends: the last frames make it even.
+        std::fill(m_staging.begin(), m_staging.end(), 0.0F);
+        while (m_outFramesLeft > 0) {
+            write(std::min<std::size_t>(blockFrames, static_cast<std::size_t>(m_outFramesLeft)));
+        }
+        m_progress.end();
+    }
+
+private:
+    // The resampler's ratio is a float, and off by some 1e-8: a frame in half an hour. So each
+    // block makes up for what the blocks before were off.
+    void setRatioAt(sf_count_t frame)
+    {
+        const double seconds = static_cast<double>(frame) / m_info.samplerate;
+        const double swing =
+            m_options.sweepPpm * 1e-6 * std::sin(2 * std::numbers::pi * seconds / 10);
+        m_wantedRatio = static_cast<double>(m_info.samplerate) / m_options.rate * (1 + swing);
+        m_ratio = static_cast<float>(m_wantedRatio - m_inputError / blockFrames * m_wantedRatio);
+        m_resampler.setSamplingRate(m_ratio, 1);
+    }
+
+    void push(float* samples, std::size_t count, bool flush)
+    {
+        auto left = static_cast<int>(count);
+        unsigned int written = 0;
+        do {
+            written = static_cast<unsigned int>(m_staging.size() / m_channels * m_channels);
+            const int taken =
+                m_resampler.process(samples, left, m_staging.data(), written, false, flush);
+            m_inputError += (m_ratio - m_wantedRatio) * static_cast<double>(written / m_channels);
+            samples += samples == nullptr ? 0 : taken;
+            left -= taken;
+            write(std::min<std::size_t>(written / m_channels,
+                                        static_cast<std::size_t>(m_outFramesLeft)));
+        } while (left > 0 || written > 0);
+    }
+
+    void write(std::size_t frames)
+    {
+        for (std::size_t i = 0; i < frames * m_channels; ++i) {
+            m_staging[i] *= makeUp;
+        }
+        const auto count = static_cast<sf_count_t>(frames);
+        if (sf_writef_float(m_out.get(), m_staging.data(), count) != count) {
+            throw std::runtime_error(m_options.output + ": " + sf_strerror(m_out.get()));
+        }
+        m_outFramesLeft -= count;
+    }
+
+    const ConversionOptions& m_options;
+    SF_INFO m_info{};
+    FileHandle m_in;
+    FileHandle m_out;
+    std::size_t m_channels;
+    HighQualityResampler m_resampler;
+    std::vector<float> m_staging = std::vector<float>(65536);
+    sf_count_t m_outFramesLeft = 0;
+    double m_wantedRatio = 1;
+    float m_ratio = 1;
+    double m_inputError = 0; // frames
+    ProgressBar m_progress;
+};
+
+} // namespace
+
+void convert(const ConversionOptions& options)
+{
+    Conversion(options).run();
+}
+
+} // namespace keldaResample

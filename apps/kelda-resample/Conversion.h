@@ -1,0 +1,25 @@
+#pragma once
+
+#include <string>
+
+#include "audioUtils/resample/HighQualityResampler.h"
+
+namespace keldaResample {
+
+struct ConversionOptions
+{
+    std::string input;
+    std::string output;
+    unsigned int rate = 0; ///< Hz
+    audioUtils::HighQualityResampler::FilterQuality quality =
+        audioUtils::HighQualityResampler::Best;
+    double sweepPpm = 0; ///< how far the ratio swings, once in 10 s
+};
+
+/// Converts a sound file to another sample rate; the output has the input's format, starts where it
+/// starts, and is as long to the frame. Prints a progress bar on a terminal.
+///
+/// Throws std::runtime_error with one clear line when a file can't be read or written.
+void convert(const ConversionOptions& options);
+
+} // namespace keldaResample
