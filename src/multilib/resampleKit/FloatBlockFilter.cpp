@@ -197,33 +197,32 @@ bool isSlight(double step)
            drift <= largestDrift;
 }
 
-/// The stretched filter's weights for one frame, gathered from the table.
+/// The stretched filter's weights for one frame.
 ///
-/// Positions in the wing are counted in table entries, with fixedBits of fraction: for far taps a
-/// float would be too coarse.
+/// Positions in the wing are counted in columns, with fixedBits of fraction: for far taps a float
+/// would be too coarse.
 class StretchedWeights
 {
 public:
-    StretchedWeights(const PhaseTable<float>& table, std::size_t wingSize, double step)
-        : m_origin(table.row(table.entriesPerSample()) + table.halfWidth()),
-          m_width(static_cast<std::uint32_t>(table.width())),
-          m_entries(std::min(4096.0, 4096.0 / step)),
-          m_step(toFixed(m_entries)),
-          m_end(static_cast<std::uint64_t>(wingSize) << fixedBits)
+    StretchedWeights(const WingPolynomials& wing, double step)
+        : m_wing(wing),
+          m_columnsPerSample(1 / step),
+          m_step(toFixed(m_columnsPerSample)),
+          m_end(static_cast<std::uint64_t>(wing.numColumns()) << fixedBits)
     {
     }
 
     /// @param fraction how far the frame lies behind its sample
-    void gather(double fraction)
+    void calculate(double fraction)
     {
         const Floats d;
         const auto lanes = static_cast<std::ptrdiff_t>(hn::Lanes(d));
         m_left = m_right = 0;
-        forEachVector(toFixed(fraction * m_entries), [&](Vector weights) HWY_ATTR {
+        forEachVector(toFixed(fraction * m_columnsPerSample), [&](Vector weights) HWY_ATTR {
             m_left += lanes;
             hn::Store(hn::Reverse(d, weights), d, m_weights + middle - m_left);
         });
-        forEachVector(toFixed((1 - fraction) * m_entries), [&](Vector weights) HWY_ATTR {
+        forEachVector(toFixed((1 - fraction) * m_columnsPerSample), [&](Vector weights) HWY_ATTR {
             hn::Store(weights, d, m_weights + middle + m_right);
             m_right += lanes;
         });
@@ -235,45 +234,49 @@ public:
     [[nodiscard]] std::ptrdiff_t right() const { return m_right; }
 
 private:
-    static constexpr int fixedBits = 14;
+    static constexpr int fixedBits = 26;
     static constexpr std::ptrdiff_t middle = 272; // 8 times the 32 taps of a wing, and a vector
 
-    static std::uint32_t toFixed(double entries)
+    static std::uint32_t toFixed(double columns)
     {
-        return static_cast<std::uint32_t>(entries * (1 << fixedBits) + 0.5);
+        return static_cast<std::uint32_t>(columns * (1 << fixedBits) + 0.5);
     }
 
+    // Taps lie at most a column apart: those of a vector begin with the first one's column, and go
+    // on through the next ones, some of which may come twice.
     template<typename Function>
     void forEachVector(std::uint32_t start, Function function) const
     {
         const Floats d;
         const Integers du;
+        const hn::RebindToSigned<Integers> di;
         const std::uint64_t lanes = hn::Lanes(d);
-        auto position = hn::Add(hn::Set(du, start), hn::Mul(hn::Iota(du, 0), hn::Set(du, m_step)));
-        const auto advance = hn::Set(du, static_cast<std::uint32_t>(lanes * m_step));
-        // 32 bits hold all positions of the wing, and those of one vector more.
-        const auto end = hn::Set(du, static_cast<std::uint32_t>(m_end));
+        const auto offsets = hn::Mul(hn::Iota(du, 0), hn::Set(du, m_step));
+        const auto fractionMask = hn::Set(du, (1U << fixedBits) - 1);
+        const Vector toUnit = hn::Set(d, 2.0F / (1 << fixedBits));
+        const Vector one = hn::Set(d, 1.0F);
         for (std::uint64_t first = start; first < m_end; first += lanes * m_step) {
-            const auto entry = hn::ShiftRight<fixedBits>(position);
-            const auto row = hn::And(entry, hn::Set(du, 4095));
-            const auto column = hn::ShiftRight<12>(entry);
-            // Right halves, from the last row on backwards: row r is r rows further up.
-            const hn::RebindToSigned<Integers> di;
-            const auto index = hn::BitCast(di, hn::Sub(column, hn::Mul(row, hn::Set(du, m_width))));
-            const Vector weight = hn::GatherIndex(d, m_origin, index);
-            const Vector next = hn::GatherIndex(d, m_origin - m_width, index);
-            const auto rest = hn::And(position, hn::Set(du, (1U << fixedBits) - 1));
-            const Vector fraction = hn::Mul(hn::ConvertTo(d, hn::BitCast(di, rest)),
-                                            hn::Set(d, 1.0F / (1 << fixedBits)));
-            const Vector weights = hn::MulAdd(fraction, hn::Sub(next, weight), weight);
-            function(hn::IfThenElseZero(hn::RebindMask(d, hn::Lt(position, end)), weights));
-            position = hn::Add(position, advance);
+            const std::size_t column = first >> fixedBits;
+            const auto inColumn = static_cast<std::uint32_t>(first) & ((1U << fixedBits) - 1);
+            const auto position = hn::Add(hn::Set(du, inColumn), offsets);
+            const auto indices =
+                hn::IndicesFromVec(d, hn::BitCast(di, hn::ShiftRight<fixedBits>(position)));
+            const Vector fraction =
+                hn::ConvertTo(d, hn::BitCast(di, hn::And(position, fractionMask)));
+            const Vector u = hn::MulSub(fraction, toUnit, one);
+            Vector weights = hn::Zero(d);
+            KELDA_UNROLL
+            for (std::size_t i = 0; i < WingPolynomials::numCoefficients; ++i) {
+                const std::size_t power = WingPolynomials::numCoefficients - 1 - i;
+                const Vector coefficients = hn::LoadU(d, m_wing.coefficients(power, column));
+                weights = hn::MulAdd(weights, u, hn::TableLookupLanes(coefficients, indices));
+            }
+            function(weights);
         }
     }
 
-    const float* m_origin;
-    std::uint32_t m_width;
-    double m_entries; // for each sample of the signal
+    const WingPolynomials& m_wing;
+    double m_columnsPerSample;
     std::uint32_t m_step;
     std::uint64_t m_end;
     std::ptrdiff_t m_left = 0;
@@ -281,15 +284,14 @@ private:
     HWY_ALIGN float m_weights[2 * middle];
 };
 
-std::size_t downsample(const PhaseTable<float>& table, std::size_t wingSize, const Block& block,
-                       std::size_t numChannels)
+std::size_t downsample(const WingPolynomials& wing, const Block& block, std::size_t numChannels)
 {
     const Floats d;
-    StretchedWeights weights(table, wingSize, block.step);
+    StretchedWeights weights(wing, block.step);
     std::size_t frame = 0;
     for (double t = block.startTime; t < block.endTime; t += block.step) {
         const auto whole = static_cast<std::ptrdiff_t>(t);
-        weights.gather(t - static_cast<double>(whole));
+        weights.calculate(t - static_cast<double>(whole));
         const std::ptrdiff_t first = whole + 1 - weights.left();
         const std::ptrdiff_t count = weights.left() + weights.right();
         const auto sum = [&]<std::size_t side>(std::size_t channel,
@@ -306,11 +308,11 @@ std::size_t downsample(const PhaseTable<float>& table, std::size_t wingSize, con
     return frame;
 }
 
-std::size_t filterBlock(const PhaseTable<float>& table, std::size_t wingSize, const Block& block,
-                        std::size_t numChannels)
+std::size_t filterBlock(const PhaseTable<float>& table, const WingPolynomials& wing,
+                        const Block& block, std::size_t numChannels)
 {
     if (block.step >= 1 && !isSlight(block.step)) {
-        return downsample(table, wingSize, block, numChannels);
+        return downsample(wing, block, numChannels);
     }
     std::size_t frames = 0;
     forEachGroup(numChannels,
@@ -340,7 +342,7 @@ HWY_EXPORT(filterBlock);
 } // namespace
 
 FloatBlockFilter::FloatBlockFilter(std::span<const float> wing)
-    : m_table(wing, 4096, halfAlignment, guardRows), m_wingSize(wing.size())
+    : m_table(wing, 4096, halfAlignment, guardRows), m_polynomials(wing, 4096)
 {
 }
 
@@ -349,7 +351,7 @@ std::size_t FloatBlockFilter::process(const float* const* x, float* const* y,
                                       double startTime, int count) const
 {
     return HWY_DYNAMIC_DISPATCH(filterBlock)(
-        m_table, m_wingSize, {x, y, step, scale, startTime, startTime + count}, numChannels);
+        m_table, m_polynomials, {x, y, step, scale, startTime, startTime + count}, numChannels);
 }
 
 } // namespace resampleKit

@@ -5,6 +5,7 @@
 
 #include "miscUtils/Export.h"
 #include "resampleKit/PhaseTable.h"
+#include "resampleKit/WingPolynomials.h"
 
 namespace resampleKit {
 
@@ -33,12 +34,12 @@ public:
                                       std::size_t numChannels, double step, float scale,
                                       double startTime, int count) const;
 
-    /// Memory of the table.
-    [[nodiscard]] std::size_t bytes() const { return m_table.bytes(); }
+    /// Memory of the tables.
+    [[nodiscard]] std::size_t bytes() const { return m_table.bytes() + m_polynomials.bytes(); }
 
 private:
     PhaseTable<float> m_table;
-    std::size_t m_wingSize;
+    WingPolynomials m_polynomials; // for the stretched filter
 };
 
 } // namespace resampleKit

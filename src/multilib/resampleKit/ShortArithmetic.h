@@ -7,12 +7,12 @@
 namespace resampleKit {
 
 constexpr int entriesPerSampleShort = 256;
-constexpr int fractionBits = 7;  // of a table position
-constexpr int phaseBits = 15;    // of a time
+constexpr int fractionBits = 7; // of a table position
+constexpr int phaseBits = 15;   // of a time
 constexpr int fractionOne = 1 << fractionBits;
 
-/// A wing's sum of products, divided by 2^13 and rounded. Its weights lie between table entries, and
-/// have the fraction's bits, too: entry * fractionOne + difference * fraction.
+/// A wing's sum of products, divided by 2^13 and rounded. Its weights lie between table entries,
+/// and have the fraction's bits, too: entry * fractionOne + difference * fraction.
 constexpr std::int32_t rounded(std::int64_t sum)
 {
     constexpr int shift = 13 + fractionBits;
