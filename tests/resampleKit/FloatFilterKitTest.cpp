@@ -162,9 +162,10 @@ TEST_P(FloatBlockFilter, AgreesWithThePlainFunctions)
         const resampleKit::FloatBlockFilter block(wing.imp);
         const int reach = zeroCrossings * 8 + 18;
         for (const std::size_t channels : {1U, 2U, 3U, 8U, 13U}) {
-            for (const double step : {0.125, 0.5, 0.91875, 0.9999, 1.00000001, 1.0001, 1.0007,
-                                      1.0011, 1.002, 1.0884, 2.0, 3.7, 8.0}) {
-                constexpr int count = 40;
+            for (const double step :
+                 {0.125, 0.5, 0.91875, 0.9999, 1.00000001, 1.0001, 1.0007, 1.0011, 1.002, 1.0884,
+                  1.9995, 2.0, 2.0004, 3.0001, 3.7, 5.0, 8.0}) {
+                const int count = channels == 2 ? 2500 : 40;
                 std::vector<std::vector<float>> x(channels), y(channels);
                 std::vector<const float*> in;
                 std::vector<float*> out;

@@ -1,6 +1,7 @@
 #include "resampleKit/FloatBlockFilter.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <type_traits>
 
@@ -135,66 +136,156 @@ std::size_t upsample(const PhaseTable<float>& table, const Block& block)
     return frame;
 }
 
-/// The filter stretched by so little (up to some 1000 ppm) that the weights of a vector's taps come
-/// from neighbouring rows. The tap n of a frame with the fraction f needs row
+/// A ratio that is nearly a whole number n: n (1 + some 1000 ppm) at most.
 ///
-///     f (4096 - drift) + n drift        with drift = 4096 (1 - 1 / step)
+/// The tap k n - j (j = 0 ... n - 1) of a frame with the fraction f needs, in column k, row
 ///
-/// so across a vector the row moves on in a straight line, and a parabola through three rows gives
-/// all of its weights. Where the rows lie `spacing` apart its error is below (π spacing / 4096)³
-/// / 15.
-template<std::size_t numChannels>
-std::size_t downsampleSlightly(const PhaseTable<float>& table, const Block& block)
+///     (f + j) 4096 / step + k drift        with drift = 4096 (1 - n / step)
+///
+/// so for each j the rows of neighbouring columns move on in a straight line, and a parabola
+/// through three rows gives the weights of a whole vector. Where the rows lie `spacing` apart its
+/// error is below (π spacing / 4096)³ / 15.
+class NearlyWholeRatio
 {
-    const Floats d;
-    const std::size_t width = table.width();
-    const auto reach = static_cast<std::ptrdiff_t>(table.halfWidth()) - 1;
-    const auto entries = static_cast<double>(table.entriesPerSample());
-    const double drift = entries * (1 - 1 / block.step);
-    const auto lanes = static_cast<std::ptrdiff_t>(hn::Lanes(d));
-    const double span = drift * static_cast<double>(lanes - 1) / 2;
-    const std::ptrdiff_t spacing = static_cast<std::ptrdiff_t>(span) + 2;
-    const std::ptrdiff_t apart = spacing * static_cast<std::ptrdiff_t>(width);
-    const double perSpacing = 1.0 / static_cast<double>(spacing);
-    const Vector ramp = hn::Mul(hn::Iota(d, 0), hn::Set(d, static_cast<float>(drift * perSpacing)));
-    const Vector half = hn::Set(d, 0.5F);
+public:
+    explicit NearlyWholeRatio(double step)
+        : m_whole(static_cast<std::ptrdiff_t>(step + 0.5)),
+          m_rowsPerSample(4096 / step),
+          m_drift(4096 * (1 - static_cast<double>(m_whole) / step)),
+          m_span(m_drift * static_cast<double>(hn::Lanes(Floats()) - 1) / 2),
+          m_spacing(static_cast<std::ptrdiff_t>(std::abs(m_span)) + 2)
+    {
+    }
+
+    /// Whether the step is near enough, and the signal reaches as far as the taps of whole vectors.
+    [[nodiscard]] bool holds(const PhaseTable<float>& table, std::size_t numColumns) const
+    {
+        const auto needed = static_cast<std::size_t>(m_whole) * (table.halfWidth() + 1);
+        return m_whole >= 1 && static_cast<double>(m_spacing) <= largestSpacing &&
+               std::abs(m_drift) * 32 + 24 <= guardRows && needed <= 8 * numColumns + 18;
+    }
+
+    /// @param x where the samples of each j lie, one behind the other: x[j][channel] is that of
+    /// column 0
+    template<std::size_t numChannels>
+    HWY_INLINE void addFrame(const PhaseTable<float>& table, double fraction,
+                             const float* const (*x)[numChannels], Sums<numChannels>& sums) const
+    {
+        const Floats d;
+        const auto width = static_cast<std::ptrdiff_t>(table.width());
+        const std::ptrdiff_t firstColumn = 1 - static_cast<std::ptrdiff_t>(table.halfWidth());
+        const auto lanes = static_cast<std::ptrdiff_t>(hn::Lanes(d));
+        const std::ptrdiff_t apart = m_spacing * width;
+        const double perSpacing = 1.0 / static_cast<double>(m_spacing);
+        const Vector ramp =
+            hn::Mul(hn::Iota(d, 0), hn::Set(d, static_cast<float>(m_drift * perSpacing)));
+        const Vector half = hn::Set(d, 0.5F);
+        for (std::ptrdiff_t j = 0; j < m_whole; ++j) {
+            double first = (fraction + static_cast<double>(j)) * m_rowsPerSample +
+                           static_cast<double>(firstColumn) * m_drift;
+            for (std::ptrdiff_t i = 0; i < width; i += lanes) {
+                const auto centre = static_cast<std::ptrdiff_t>(first + m_span + 4096) - 4096;
+                const float* const row = table.row(0) + centre * width + i;
+                const Vector u = hn::Add(
+                    ramp, hn::Set(d, static_cast<float>((first - static_cast<double>(centre)) *
+                                                        perSpacing)));
+                const Vector before = hn::Load(d, row - apart);
+                const Vector here = hn::Load(d, row);
+                const Vector after = hn::Load(d, row + apart);
+                // here + u (after - before) / 2 + u² ((after + before) / 2 - here)
+                const Vector slope = hn::Mul(half, hn::Sub(after, before));
+                const Vector bend = hn::MulSub(half, hn::Add(after, before), here);
+                sums.add(x[j], firstColumn + i, hn::MulAdd(u, hn::MulAdd(u, bend, slope), here));
+                first += m_drift * static_cast<double>(lanes);
+            }
+        }
+    }
+
+    [[nodiscard]] std::ptrdiff_t whole() const { return m_whole; }
+
+private:
+    std::ptrdiff_t m_whole;
+    double m_rowsPerSample;
+    double m_drift;
+    double m_span; // from a vector's first row to its middle
+    std::ptrdiff_t m_spacing;
+};
+
+/// A piece of a signal, every n-th sample side by side.
+template<std::size_t numChannels>
+class Deinterleaved
+{
+public:
+    static constexpr std::ptrdiff_t size = 1600; // for all that a resampler has at a time
+    static_assert(size % 8 == 0);
+
+    /// @param first, count of the piece, in x; at most `size` samples
+    HWY_INLINE void take(const float* const* x, std::ptrdiff_t first, std::ptrdiff_t count,
+                         std::ptrdiff_t n)
+    {
+        m_first = first;
+        m_n = n;
+        m_rowSize = size / n;
+        for (std::size_t c = 0; c < numChannels; ++c) {
+            for (std::ptrdiff_t q = 0; q < n; ++q) {
+                float* const row = m_samples[c] + q * m_rowSize;
+                const float* const from = x[c] + first + q;
+                for (std::ptrdiff_t i = 0; i * n + q < count; ++i) {
+                    row[i] = from[i * n];
+                }
+            }
+        }
+    }
+
+    /// Where the sample `at` of x lies.
+    HWY_INLINE void find(std::ptrdiff_t at, const float* (&x)[numChannels]) const
+    {
+        const std::ptrdiff_t offset = at - m_first;
+        for (std::size_t c = 0; c < numChannels; ++c) {
+            x[c] = m_samples[c] + offset % m_n * m_rowSize + offset / m_n;
+        }
+    }
+
+private:
+    std::ptrdiff_t m_first = 0;
+    std::ptrdiff_t m_n = 1;
+    std::ptrdiff_t m_rowSize = size;
+    float m_samples[numChannels][size];
+};
+
+template<std::size_t numChannels>
+std::size_t downsampleByNearlyWhole(const PhaseTable<float>& table, const NearlyWholeRatio& ratio,
+                                    const Block& block)
+{
+    const std::ptrdiff_t n = ratio.whole();
+    const auto reach = static_cast<std::ptrdiff_t>(table.halfWidth()) * n;
     std::size_t frame = 0;
+    Deinterleaved<numChannels> piece;
+    std::ptrdiff_t pieceEnd = 0; // frames before this are served by the piece
     for (double t = block.startTime; t < block.endTime; t += block.step) {
         const auto whole = static_cast<std::ptrdiff_t>(t);
-        double first = (t - static_cast<double>(whole)) * (entries - drift) -
-                       static_cast<double>(reach) * drift; // row of the vector's first tap
-        Sums<numChannels> sums;
-        for (std::size_t i = 0; i < width; i += hn::Lanes(d)) {
-            const auto centre = static_cast<std::ptrdiff_t>(first + span + 4096) - 4096;
-            const float* const row = table.row(0) + centre * static_cast<std::ptrdiff_t>(width) +
-                                     static_cast<std::ptrdiff_t>(i);
-            const Vector u = hn::Add(
-                ramp,
-                hn::Set(d, static_cast<float>((first - static_cast<double>(centre)) * perSpacing)));
-            const Vector before = hn::Load(d, row - apart);
-            const Vector here = hn::Load(d, row);
-            const Vector after = hn::Load(d, row + apart);
-            // here + u (after - before) / 2 + u² ((after + before) / 2 - here)
-            const Vector slope = hn::Mul(half, hn::Sub(after, before));
-            const Vector bend = hn::MulSub(half, hn::Add(after, before), here);
-            sums.add(block.x, whole - reach + static_cast<std::ptrdiff_t>(i),
-                     hn::MulAdd(u, hn::MulAdd(u, bend, slope), here));
-            first += drift * static_cast<double>(lanes);
+        if (n > 1 && whole >= pieceEnd) {
+            const std::ptrdiff_t first = whole - reach;
+            const std::ptrdiff_t end = static_cast<std::ptrdiff_t>(block.endTime) + reach + 1;
+            const std::ptrdiff_t count = std::min(piece.size, end - first);
+            piece.take(block.x, first, count, n);
+            pieceEnd = first + count - reach;
         }
+        const float* x[8][numChannels];
+        for (std::ptrdiff_t j = 0; j < n; ++j) {
+            if (n > 1) {
+                piece.find(whole - j, x[j]);
+            } else {
+                for (std::size_t c = 0; c < numChannels; ++c) {
+                    x[j][c] = block.x[c] + whole;
+                }
+            }
+        }
+        Sums<numChannels> sums;
+        ratio.addFrame(table, t - static_cast<double>(whole), x, sums);
         sums.store(block.y, frame++, block.scale);
     }
     return frame;
-}
-
-/// How far a table's rows must go on, before the first and behind the last, for that.
-constexpr double largestDrift = static_cast<double>(guardRows - 24) / 32;
-
-bool isSlight(double step)
-{
-    const double drift = 4096 * (1 - 1 / step);
-    const Floats d;
-    return drift * static_cast<double>(hn::Lanes(d) - 1) / 2 + 2 <= largestSpacing &&
-           drift <= largestDrift;
 }
 
 /// The stretched filter's weights for one frame.
@@ -311,7 +402,8 @@ std::size_t downsample(const WingPolynomials& wing, const Block& block, std::siz
 std::size_t filterBlock(const PhaseTable<float>& table, const WingPolynomials& wing,
                         const Block& block, std::size_t numChannels)
 {
-    if (block.step >= 1 && !isSlight(block.step)) {
+    const NearlyWholeRatio ratio(block.step);
+    if (block.step >= 1 && !ratio.holds(table, wing.numColumns())) {
         return downsample(wing, block, numChannels);
     }
     std::size_t frames = 0;
@@ -322,7 +414,7 @@ std::size_t filterBlock(const PhaseTable<float>& table, const WingPolynomials& w
                      group.x += channel;
                      group.y += channel;
                      frames = block.step < 1 ? upsample<side>(table, group)
-                                             : downsampleSlightly<side>(table, group);
+                                             : downsampleByNearlyWhole<side>(table, ratio, group);
                  });
     return frames;
 }
