@@ -33,7 +33,7 @@ public:
         : m_entriesPerSample(entriesPerSample),
           m_halfWidth((wing.size() / entriesPerSample + alignment - 1) / alignment * alignment),
           m_firstRow(guardRows * width()),
-          m_numWeights((entriesPerSample + 1 + 2 * guardRows) * width() + slack),
+          m_numWeights((entriesPerSample + 1 + 2 * guardRows) * width()),
           m_weights(static_cast<Weight*>(
               ::operator new (m_numWeights * sizeof(Weight), std::align_val_t{cacheLine})))
     {
@@ -65,7 +65,6 @@ public:
 
 private:
     static constexpr std::size_t cacheLine = 64;
-    static constexpr std::size_t slack = 64; // a gather may look past the last row
 
     struct Release
     {

@@ -127,6 +127,38 @@ TEST(ResamplerQuality, PassesWhatLiesBelowItsEdge)
     }
 }
 
+// A sweep through the pass-band is at every frame what it is at that frame's place in the input.
+TEST(ResamplerQuality, KeepsChirpsInPlace)
+{
+    const double edges[] = {0.15, 0.22, 0.32, 0.38}; // of the lower rate
+    const double limits[] = {-88, -115, -105, -125}; // of the worst frame, dB of full scale
+    for (int quality = 0; quality < 4; ++quality) {
+        for (const Rates& pair : rates) {
+            const double ratio = exactRatio(pair);
+            constexpr double length = 20'000;
+            const double rise = edges[quality] / std::max(1.0, ratio) / length;
+            const auto chirp = [rise](double t) {
+                return amplitude * std::sin(M_PI * rise * t * t);
+            };
+            std::vector<double> signal;
+            for (double t = 0; t < length; ++t) {
+                signal.push_back(chirp(t));
+            }
+            HighQualityResampler resampler(
+                1, static_cast<HighQualityResampler::FilterQuality>(quality));
+            resampler.setSamplingRate(static_cast<float>(pair.in), static_cast<float>(pair.out));
+            const std::vector<double> out = convert(resampler, signal);
+            double worst = 0;
+            for (std::size_t i = 1000; i < out.size(); ++i) {
+                const double expected = headroom * chirp(static_cast<double>(i) * ratio);
+                worst = std::max(worst, std::abs(out[i] - expected));
+            }
+            EXPECT_LT(20 * std::log10(worst), limits[quality])
+                << "quality " << quality << ", " << pair.in << " to " << pair.out;
+        }
+    }
+}
+
 // A tone that the lower rate can't carry must not come back as another.
 TEST(ResamplerQuality, StopsWhatTheLowerRateCantCarry)
 {
