@@ -127,11 +127,11 @@ private:
             written = static_cast<unsigned int>(m_staging.size() / m_channels * m_channels);
             const int taken =
                 m_resampler.process(samples, left, m_staging.data(), written, false, flush);
-            m_inputError += (m_ratio - m_wantedRatio) * static_cast<double>(written / m_channels);
+            const std::size_t frames = written / m_channels;
+            m_inputError += (m_ratio - m_wantedRatio) * static_cast<double>(frames);
             samples += samples == nullptr ? 0 : taken;
             left -= taken;
-            write(std::min<std::size_t>(written / m_channels,
-                                        static_cast<std::size_t>(m_outFramesLeft)));
+            write(std::min<std::size_t>(frames, static_cast<std::size_t>(m_outFramesLeft)));
         } while (left > 0 || written > 0);
     }
 

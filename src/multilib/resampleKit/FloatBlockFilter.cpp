@@ -344,7 +344,7 @@ private:
         const std::uint64_t lanes = hn::Lanes(d);
         const auto offsets = hn::Mul(hn::Iota(du, 0), hn::Set(du, m_step));
         const auto fractionMask = hn::Set(du, (1U << fixedBits) - 1);
-        const Vector toUnit = hn::Set(d, 2.0F / (1 << fixedBits));
+        const Vector toUnit = hn::Set(d, 2.0F / static_cast<float>(1 << fixedBits));
         const Vector one = hn::Set(d, 1.0F);
         for (std::uint64_t first = start; first < m_end; first += lanes * m_step) {
             const std::size_t column = first >> fixedBits;

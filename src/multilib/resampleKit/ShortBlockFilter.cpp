@@ -70,7 +70,7 @@ private:
 class Wings
 {
 public:
-    HWY_INLINE Wings() : m_left(), m_leftNext(), m_right(), m_rightNext() {}
+    HWY_INLINE Wings() {} // written out, or it would not be compiled for the instruction set
 
     HWY_INLINE void addLeft(Vector weights, Vector nextWeights, const short* samples)
     {
