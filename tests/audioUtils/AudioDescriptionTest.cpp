@@ -167,14 +167,14 @@ TYPED_TEST(AudioDescription, KeepsItsTypeWhenMovedFrom)
     typename TypeParam::Info info(48000, 2, TypeParam::second);
     const typename TypeParam::Info moved = std::move(info);
     EXPECT_EQ(moved.getAudioType(), TypeParam::type);
-    EXPECT_EQ(info.getAudioType(), TypeParam::type); // NOLINT(bugprone-use-after-move)
+    EXPECT_EQ(info.getAudioType(), TypeParam::type);
     EXPECT_EQ(TypeParam::rate(moved), 48000);
     info = moved;
     EXPECT_EQ(info, moved);
 
     typename TypeParam::Capabilities capabilities = this->some();
     const typename TypeParam::Capabilities movedCapabilities = std::move(capabilities);
-    EXPECT_EQ(capabilities.getAudioType(), TypeParam::type); // NOLINT(bugprone-use-after-move)
+    EXPECT_EQ(capabilities.getAudioType(), TypeParam::type);
     EXPECT_EQ(movedCapabilities, this->some());
     capabilities = movedCapabilities;
     EXPECT_EQ(capabilities, this->some());

@@ -1,9 +1,13 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
 #include <cassert>
 #include <cstddef>
 #include <cstdint>
+#include <iterator>
+#include <memory>
+#include <mutex>
 #include <type_traits>
 #include <vector>
 
@@ -34,6 +38,24 @@ constexpr ResamplerSizes sizesFor(unsigned int nmult, unsigned int inBufferSize)
 {
     return {nmult, reachOf(nmult), inBufferSize,
             static_cast<unsigned int>(inBufferSize * 8.0 + 2.0)};
+}
+
+/// The one filter of each quality, for all resamplers of a kind in the process: designed when it is
+/// first asked for. Safe to call from any thread.
+///
+/// @param entriesPerSample of the filter's table
+template<typename Filter>
+[[nodiscard]] Filter& sharedFilter(int quality, int entriesPerSample)
+{
+    static std::mutex mutex;
+    static std::array<std::unique_ptr<Filter>, std::size(filterLengths)> filters;
+    const auto index = static_cast<std::size_t>(quality);
+    const std::lock_guard lock(mutex);
+    if (!filters[index]) {
+        const int zeroCrossings = static_cast<int>(filterLengths[index] - 1) / 2;
+        filters[index] = std::make_unique<Filter>(zeroCrossings * entriesPerSample);
+    }
+    return *filters[index];
 }
 
 /// What the float and the 16-bit resampler share: buffering, phase, flush, mute, ratio change and

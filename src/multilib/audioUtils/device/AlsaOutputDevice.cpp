@@ -68,7 +68,7 @@ void AlsaOutputDevice::ClosePcm::operator()(snd_pcm_t* pcm) const
 
 void AlsaOutputDevice::FreeChannelMap::operator()(snd_pcm_chmap* map) const
 {
-    std::free(map); // NOLINT(cppcoreguidelines-no-malloc): ALSA hands it out like this
+    std::free(map); // as ALSA hands it out
 }
 
 AlsaOutputDevice::AlsaOutputDevice() = default;

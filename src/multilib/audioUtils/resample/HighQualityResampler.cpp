@@ -1,10 +1,8 @@
 #include "audioUtils/resample/HighQualityResampler.h"
 
-#include <array>
 #include <cassert>
 #include <cmath>
 #include <limits>
-#include <mutex>
 
 #include "audioUtils/detail/ResamplerCore.h"
 #include "resampleKit/FloatBlockFilter.h"
@@ -83,20 +81,6 @@ struct HighQualityResampler::Filter
         return {taps.begin(), taps.end()};
     }
 
-    /// The one filter of each quality, for all resamplers of the process.
-    static Filter& of(const detail::ResamplerSizes& sizes, FilterQuality quality)
-    {
-        static std::mutex mutex;
-        static std::array<std::unique_ptr<Filter>, 4> filters;
-        const std::lock_guard lock(mutex);
-        std::unique_ptr<Filter>& filter = filters[static_cast<std::size_t>(quality)];
-        if (!filter) {
-            filter =
-                std::make_unique<Filter>(static_cast<int>(sizes.nmult - 1) / 2 * entriesPerSample);
-        }
-        return *filter;
-    }
-
     std::vector<float> imp; // the kit's functions want them changeable, but change nothing
     std::vector<float> impD;
     resampleKit::FloatBlockFilter block;
@@ -143,7 +127,7 @@ HighQualityResampler::~HighQualityResampler() = default;
 
 void HighQualityResampler::recalculateFilter(FilterQuality quality)
 {
-    m_state->filter = &Filter::of(sizesOf(quality), quality);
+    m_state->filter = &detail::sharedFilter<Filter>(quality, entriesPerSample);
     m_state->gain = headroom;
 }
 

@@ -1,9 +1,7 @@
 #include "audioUtils/resample/HighQualityResamplerShort.h"
 
 #include <algorithm>
-#include <array>
 #include <cassert>
-#include <mutex>
 
 #include "audioUtils/detail/ResamplerCore.h"
 #include "resampleKit/ShortBlockFilter.h"
@@ -53,20 +51,6 @@ unsigned short stretchOf(double step)
 struct HighQualityResamplerShort::Filter
 {
     explicit Filter(int nwing) : block(design(nwing)) {}
-
-    /// The one filter of each quality, for all resamplers of the process.
-    static Filter& of(const detail::ResamplerSizes& sizes, FilterQuality quality)
-    {
-        static std::mutex mutex;
-        static std::array<std::unique_ptr<Filter>, 4> filters;
-        const std::lock_guard lock(mutex);
-        std::unique_ptr<Filter>& filter = filters[static_cast<std::size_t>(quality)];
-        if (!filter) {
-            filter =
-                std::make_unique<Filter>(static_cast<int>(sizes.nmult - 1) / 2 * entriesPerSample);
-        }
-        return *filter;
-    }
 
     const std::vector<short>& design(int nwing)
     {
@@ -127,7 +111,7 @@ HighQualityResamplerShort::~HighQualityResamplerShort() = default;
 
 void HighQualityResamplerShort::recalculateFilter(FilterQuality quality)
 {
-    m_state->filter = &Filter::of(sizesOf(quality), quality);
+    m_state->filter = &detail::sharedFilter<Filter>(quality, entriesPerSample);
     m_state->lpScl = m_state->filter->lpScl;
 }
 
