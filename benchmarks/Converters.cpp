@@ -8,10 +8,12 @@
 #include <zita-resampler/resampler.h>
 #include <zita-resampler/vresampler.h>
 
+#include "audioUtils/resample/GStreamerResampler.h"
 #include "audioUtils/resample/HighQualityResamplerShort.h"
 
 namespace {
 
+using audioUtils::GStreamerResampler;
 using audioUtils::HighQualityResampler;
 using audioUtils::HighQualityResamplerShort;
 
@@ -93,6 +95,26 @@ private:
     const float* m_converted = nullptr;
     std::vector<unsigned short> m_in;
     std::vector<unsigned short> m_out;
+};
+
+class OurGStreamer : public Converter
+{
+public:
+    OurGStreamer(double inRate, double outRate, unsigned int channels, int quality)
+        : m_resampler(channels, static_cast<unsigned int>(inRate),
+                      static_cast<unsigned int>(outRate), GStreamerResampler::Float32, quality)
+    {
+    }
+
+    std::size_t process(const float* in, std::size_t frames, float* out, std::size_t room) override
+    {
+        return static_cast<std::size_t>(
+            m_resampler.resample(const_cast<float*>(in), static_cast<unsigned int>(frames), out,
+                                 static_cast<unsigned int>(room), false));
+    }
+
+private:
+    GStreamerResampler m_resampler;
 };
 
 /// zita's Resampler and VResampler have the same face.
@@ -249,6 +271,8 @@ const std::vector<ConverterKind>& converterKinds()
         kind<OurFloat>("kelda float medium", false, HighQualityResampler::Medium),
         kind<OurFloat>("kelda float low", false, HighQualityResampler::Low),
         kind<OurShort>("kelda 16-bit best", false, HighQualityResampler::Best),
+        kind<OurGStreamer>("kelda gstreamer 10", true, 10),
+        kind<OurGStreamer>("kelda gstreamer 4", true, 4),
         zitaVariable(32),
         zitaVariable(48),
         zita(32),

@@ -24,6 +24,7 @@ find_package(nlohmann_json REQUIRED)
 pkg_check_modules(log4cplus REQUIRED IMPORTED_TARGET log4cplus)
 pkg_check_modules(alsa REQUIRED IMPORTED_TARGET alsa)
 pkg_check_modules(hwy REQUIRED IMPORTED_TARGET libhwy)
+pkg_check_modules(gstreamer REQUIRED IMPORTED_TARGET gstreamer-app-1.0)
 
 # Assertions are part of the interface and abort in every build type.
 foreach(type RELEASE RELWITHDEBINFO MINSIZEREL)

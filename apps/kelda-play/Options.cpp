@@ -2,10 +2,11 @@
 
 #include <cmath>
 #include <cstdio>
-#include <map>
 #include <sstream>
 
 #include <CLI/CLI.hpp>
+
+#include "ResamplerOptions.h"
 
 namespace keldaPlay {
 
@@ -63,24 +64,6 @@ void addDeviceOptions(CLI::App& app, Options& options)
         ->option_text("MAP");
     app.add_flag("!--no-rate-resample", options.rateResample,
                  "Forbid ALSA to convert the sample rate");
-}
-
-void addResampler(CLI::App& app, ResamplerChoice& choice)
-{
-    using Resampler = audioUtils::HighQualityResampler;
-    static const std::map<std::string, bool> kinds = {{"float", false}, {"short", true}};
-    static const std::map<std::string, Resampler::FilterQuality> qualities = {
-        {"low", Resampler::Low},
-        {"medium", Resampler::Medium},
-        {"high", Resampler::High},
-        {"best", Resampler::Best}};
-    app.add_option("--resampler", choice.shorts,
-                   "What converts the sample rate: float, or short (16 bits, fixed point)")
-        ->transform(CLI::Transformer(kinds))
-        ->option_text("float|short [float]");
-    app.add_option("--quality", choice.quality, "Of the resampler")
-        ->transform(CLI::CheckedTransformer(qualities))
-        ->option_text("low|medium|high|best [best]");
 }
 
 void addDescriptions(CLI::App& app, Options& options)
@@ -149,7 +132,8 @@ std::optional<int> parseOptions(int argc, char** argv, Options& options)
     app.add_option("FILE", options.files, "Played one after the other, without a gap");
     addDescriptions(app, options);
     addDeviceOptions(app, options);
-    addResampler(app, options.resampler);
+    addResampler(app, options.resampler,
+                 "What converts the sample rate: float, short (16 bits, fixed point), gstreamer");
     addStreamOptions(app, options);
     addDisturbances(app, options);
     addOutputs(app, options);

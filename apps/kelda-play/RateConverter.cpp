@@ -3,14 +3,94 @@
 #include <cmath>
 #include <type_traits>
 
+#include "audioUtils/resample/GStreamerResampler.h"
 #include "audioUtils/resample/HighQualityResamplerShort.h"
 
 namespace keldaPlay {
 
+using audioUtils::GStreamerResampler;
 using audioUtils::HighQualityResampler;
 using audioUtils::HighQualityResamplerShort;
 
-/// One of the two, behind one face.
+namespace {
+
+void pack(const SampleLayout& layout, short sample, unsigned char* to)
+{
+    if (layout.isFloat) {
+        packFloat(layout, static_cast<float>(sample) / 32768, to);
+    } else {
+        packInteger(layout, sample * 65536, to);
+    }
+}
+
+void pack(const SampleLayout& layout, float sample, unsigned char* to)
+{
+    if (layout.isFloat) {
+        packFloat(layout, sample, to);
+    } else {
+        packInteger(layout, toFullRange(static_cast<double>(sample)), to);
+    }
+}
+
+template<typename Class>
+struct HighQuality : Class
+{
+    HighQuality(const ResamplerChoice& choice, double inRate, double outRate, std::size_t channels)
+        : Class(static_cast<int>(channels), choice.quality)
+    {
+        Class::setSamplingRate(static_cast<float>(inRate), static_cast<float>(outRate));
+    }
+};
+
+struct FloatAdapter : HighQuality<HighQualityResampler>
+{
+    using Sample = float;
+    using HighQuality::HighQuality;
+
+    int convert(float* in, int count, float* out, unsigned int& written, bool flush)
+    {
+        return processFloat(in, count, out, written, false, flush);
+    }
+};
+
+struct ShortAdapter : HighQuality<HighQualityResamplerShort>
+{
+    using Sample = short;
+    using HighQuality::HighQuality;
+
+    int convert(short* in, int count, short* out, unsigned int& written, bool flush)
+    {
+        return processShort(reinterpret_cast<unsigned short*>(in), count,
+                            reinterpret_cast<unsigned short*>(out), written, false, flush);
+    }
+};
+
+struct GStreamerAdapter : GStreamerResampler
+{
+    using Sample = float;
+
+    GStreamerAdapter(const ResamplerChoice& choice, double inRate, double outRate,
+                     std::size_t channels)
+        : GStreamerResampler(static_cast<unsigned int>(channels), static_cast<unsigned int>(inRate),
+                             static_cast<unsigned int>(outRate), Float32, choice.gstreamerQuality())
+    {
+    }
+
+    int convert(float* in, int count, float* out, unsigned int& written, bool flush)
+    {
+        return processFloat(in, count, out, written, false, flush);
+    }
+};
+
+} // namespace
+
+int ResamplerChoice::gstreamerQuality() const
+{
+    constexpr int qualities[] = {1, 4, 7, 10};
+    return qualities[quality];
+}
+
+/// One of the three, behind one face.
 struct RateConverter::Resampler
 {
     virtual ~Resampler() = default;
@@ -19,36 +99,17 @@ struct RateConverter::Resampler
                          std::vector<unsigned char>& output) = 0;
 };
 
-template<typename Sample>
+template<typename Adapter>
 struct RateConverter::ResamplerOf : Resampler
 {
-    static constexpr bool isShort = std::is_same_v<Sample, short>;
-    using Class = std::conditional_t<isShort, HighQualityResamplerShort, HighQualityResampler>;
+    using Sample = typename Adapter::Sample;
 
     ResamplerOf(const ResamplerChoice& choice, double inRate, double outRate, std::size_t channels)
-        : resampler(static_cast<int>(channels), choice.quality)
+        : resampler(choice, inRate, outRate, channels)
     {
-        resampler.setSamplingRate(static_cast<float>(inRate), static_cast<float>(outRate));
     }
 
     [[nodiscard]] long latencyNs() const override { return resampler.getCurrentLatencyNs(); }
-
-    static void pack(const SampleLayout& layout, Sample sample, unsigned char* to)
-    {
-        if constexpr (isShort) {
-            if (layout.isFloat) {
-                packFloat(layout, static_cast<float>(sample) / 32768, to);
-            } else {
-                packInteger(layout, sample * 65536, to);
-            }
-        } else {
-            if (layout.isFloat) {
-                packFloat(layout, sample, to);
-            } else {
-                packInteger(layout, toFullRange(static_cast<double>(sample)), to);
-            }
-        }
-    }
 
     void convert(std::span<unsigned char> input, bool flush, const FrameLayout& device,
                  std::vector<unsigned char>& output) override
@@ -56,12 +117,13 @@ struct RateConverter::ResamplerOf : Resampler
         auto* in = reinterpret_cast<Sample*>(input.data());
         auto left = static_cast<int>(input.size() / sizeof(Sample));
         const auto sampleBytes = static_cast<std::size_t>(device.sample.bytes);
+        const auto room = static_cast<unsigned int>(staging.size());
         output.clear();
         unsigned int written = 0;
         int taken = 0;
         do {
-            written = static_cast<unsigned int>(staging.size());
-            taken = process(in, left, written, flush && left == 0);
+            written = room;
+            taken = resampler.convert(in, left, staging.data(), written, flush && left == 0);
             in += taken;
             left -= taken;
             const std::size_t start = output.size();
@@ -69,21 +131,10 @@ struct RateConverter::ResamplerOf : Resampler
             for (std::size_t i = 0; i < written; ++i) {
                 pack(device.sample, staging[i], output.data() + start + i * sampleBytes);
             }
-        } while (left > 0 || written > 0 || (flush && taken > 0));
+        } while (left > 0 || written == room || (flush && (written > 0 || taken > 0)));
     }
 
-    int process(Sample* in, int count, unsigned int& written, bool flush)
-    {
-        if constexpr (isShort) {
-            return resampler.processShort(reinterpret_cast<unsigned short*>(in), count,
-                                          reinterpret_cast<unsigned short*>(staging.data()),
-                                          written, false, flush);
-        } else {
-            return resampler.processFloat(in, count, staging.data(), written, false, flush);
-        }
-    }
-
-    Class resampler;
+    Adapter resampler;
     std::vector<Sample> staging = std::vector<Sample>(32768);
 };
 
@@ -91,12 +142,20 @@ RateConverter::RateConverter(const ResamplerChoice& choice, double inRate, doubl
                              const FrameLayout& device)
     : m_device(device), m_framesPerFrame(inRate / outRate)
 {
-    if (choice.shorts) {
+    const auto create = [&]<typename Adapter>(std::type_identity<Adapter>) {
         m_resampler =
-            std::make_unique<ResamplerOf<short>>(choice, inRate, outRate, device.numChannels);
-    } else {
-        m_resampler =
-            std::make_unique<ResamplerOf<float>>(choice, inRate, outRate, device.numChannels);
+            std::make_unique<ResamplerOf<Adapter>>(choice, inRate, outRate, device.numChannels);
+    };
+    switch (choice.kind) {
+    case ResamplerChoice::Kind::Float:
+        create(std::type_identity<FloatAdapter>());
+        break;
+    case ResamplerChoice::Kind::Short:
+        create(std::type_identity<ShortAdapter>());
+        break;
+    case ResamplerChoice::Kind::GStreamer:
+        create(std::type_identity<GStreamerAdapter>());
+        break;
     }
 }
 
@@ -104,7 +163,7 @@ RateConverter::~RateConverter() = default;
 
 audioUtils::PcmFormat RateConverter::inputFormat(const ResamplerChoice& choice)
 {
-    return choice.shorts ? audioUtils::S16LE : audioUtils::F32LE;
+    return choice.kind == ResamplerChoice::Kind::Short ? audioUtils::S16LE : audioUtils::F32LE;
 }
 
 long RateConverter::latencyNs() const

@@ -13,9 +13,14 @@ namespace keldaPlay {
 /// Which resampler converts, and how well.
 struct ResamplerChoice
 {
-    bool shorts = false; ///< 16-bit fixed point instead of float
+    enum class Kind { Float, Short, GStreamer };
+
+    Kind kind = Kind::Float;
     audioUtils::HighQualityResampler::FilterQuality quality =
         audioUtils::HighQualityResampler::Best;
+
+    /// The same on GStreamer's scale from 1 to 10.
+    [[nodiscard]] int gstreamerQuality() const;
 };
 
 /// Converts blocks from the stream's rate to the device's, and into the device's sample format.
@@ -46,7 +51,7 @@ public:
 
 private:
     struct Resampler;
-    template<typename Sample>
+    template<typename Adapter>
     struct ResamplerOf;
 
     std::unique_ptr<Resampler> m_resampler;

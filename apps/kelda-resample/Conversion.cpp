@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <memory>
 #include <numbers>
 #include <stdexcept>
 #include <vector>
@@ -10,17 +11,17 @@
 #include <unistd.h>
 
 #include "AudioFile.h"
+#include "audioUtils/resample/GStreamerResampler.h"
+#include "audioUtils/resample/HighQualityResampler.h"
 
 namespace keldaResample {
 
+using audioUtils::GStreamerResampler;
 using audioUtils::HighQualityResampler;
 using keldaPlay::FileHandle;
+using keldaPlay::ResamplerChoice;
 
 namespace {
-
-constexpr std::size_t blockFrames = 256;
-// The resampler's output is 1 dB down; a file is to keep its level.
-constexpr float makeUp = 1 / 0.8912509F;
 
 FileHandle openFile(const std::string& path, int mode, SF_INFO& info)
 {
@@ -58,6 +59,90 @@ private:
     int m_shown = -1;
 };
 
+/// What converts a block, and what makes up for its headroom: a file is to keep its level.
+class Engine
+{
+public:
+    Engine(std::size_t blockFrames, double headroomInDb)
+        : m_blockFrames(blockFrames), m_makeUp(static_cast<float>(std::pow(10, headroomInDb / 20)))
+    {
+    }
+    virtual ~Engine() = default;
+    Engine(const Engine&) = delete;
+    Engine& operator=(const Engine&) = delete;
+
+    /// How many frames it had best be given at a time.
+    [[nodiscard]] std::size_t blockFrames() const { return m_blockFrames; }
+    [[nodiscard]] float makeUp() const { return m_makeUp; }
+
+    /// @return the ratio that it takes for the next block, as near as it can
+    virtual double setRatio(double ratio) = 0;
+
+    /// As HighQualityResampler::processFloat().
+    virtual int process(float* in, int count, float* out, unsigned int& written, bool flush) = 0;
+
+private:
+    std::size_t m_blockFrames;
+    float m_makeUp;
+};
+
+class OwnEngine : public Engine
+{
+public:
+    OwnEngine(int channels, HighQualityResampler::FilterQuality quality)
+        : Engine(256, 1), m_resampler(channels, quality)
+    {
+    }
+
+    double setRatio(double ratio) override
+    {
+        const auto nearest = static_cast<float>(ratio);
+        m_resampler.setSamplingRate(nearest, 1);
+        return nearest;
+    }
+
+    int process(float* in, int count, float* out, unsigned int& written, bool flush) override
+    {
+        return m_resampler.processFloat(in, count, out, written, false, flush);
+    }
+
+private:
+    HighQualityResampler m_resampler;
+};
+
+class GStreamerEngine : public Engine
+{
+public:
+    GStreamerEngine(const SF_INFO& info, unsigned int outRate, int quality)
+        : Engine(4096, info.samplerate == static_cast<int>(outRate) ? 0 : 0.5), // a copy has none
+          m_ratio(static_cast<double>(info.samplerate) / outRate),
+          m_resampler(static_cast<unsigned int>(info.channels),
+                      static_cast<unsigned int>(info.samplerate), outRate,
+                      GStreamerResampler::Float32, quality)
+    {
+    }
+
+    double setRatio(double /*ratio*/) override { return m_ratio; }
+
+    int process(float* in, int count, float* out, unsigned int& written, bool flush) override
+    {
+        return m_resampler.processFloat(in, count, out, written, false, flush);
+    }
+
+private:
+    double m_ratio;
+    GStreamerResampler m_resampler;
+};
+
+std::unique_ptr<Engine> createEngine(const ConversionOptions& options, const SF_INFO& info)
+{
+    if (options.resampler.kind == ResamplerChoice::Kind::GStreamer) {
+        return std::make_unique<GStreamerEngine>(info, options.rate,
+                                                 options.resampler.gstreamerQuality());
+    }
+    return std::make_unique<OwnEngine>(info.channels, options.resampler.quality);
+}
+
 class Conversion
 {
 public:
@@ -65,7 +150,7 @@ public:
         : m_options(options),
           m_in(openFile(options.input, SFM_READ, m_info)),
           m_channels(static_cast<std::size_t>(m_info.channels)),
-          m_resampler(m_info.channels, options.quality)
+          m_engine(createEngine(options, m_info))
     {
         const double ratio = static_cast<double>(m_info.samplerate) / options.rate;
         if (ratio < 0.125 || ratio > 8) {
@@ -84,6 +169,7 @@ public:
 
     void run()
     {
+        const std::size_t blockFrames = m_engine->blockFrames();
         std::vector<float> block(blockFrames * m_channels);
         sf_count_t done = 0;
         for (;;) {
@@ -101,7 +187,8 @@ public:
         // A swinging ratio ends where it ends: the last frames make it even.
         std::fill(m_staging.begin(), m_staging.end(), 0.0F);
         while (m_outFramesLeft > 0) {
-            write(std::min<std::size_t>(blockFrames, static_cast<std::size_t>(m_outFramesLeft)));
+            write(std::min<std::size_t>(m_engine->blockFrames(),
+                                        static_cast<std::size_t>(m_outFramesLeft)));
         }
         m_progress.end();
     }
@@ -115,30 +202,30 @@ private:
         const double swing =
             m_options.sweepPpm * 1e-6 * std::sin(2 * std::numbers::pi * seconds / 10);
         m_wantedRatio = static_cast<double>(m_info.samplerate) / m_options.rate * (1 + swing);
-        m_ratio = static_cast<float>(m_wantedRatio - m_inputError / blockFrames * m_wantedRatio);
-        m_resampler.setSamplingRate(m_ratio, 1);
+        const double error = m_inputError / static_cast<double>(m_engine->blockFrames());
+        m_ratio = m_engine->setRatio(m_wantedRatio - error * m_wantedRatio);
     }
 
     void push(float* samples, std::size_t count, bool flush)
     {
         auto left = static_cast<int>(count);
+        const auto room = static_cast<unsigned int>(m_staging.size() / m_channels * m_channels);
         unsigned int written = 0;
         do {
-            written = static_cast<unsigned int>(m_staging.size() / m_channels * m_channels);
-            const int taken =
-                m_resampler.process(samples, left, m_staging.data(), written, false, flush);
+            written = room;
+            const int taken = m_engine->process(samples, left, m_staging.data(), written, flush);
             const std::size_t frames = written / m_channels;
             m_inputError += (m_ratio - m_wantedRatio) * static_cast<double>(frames);
             samples += samples == nullptr ? 0 : taken;
             left -= taken;
             write(std::min<std::size_t>(frames, static_cast<std::size_t>(m_outFramesLeft)));
-        } while (left > 0 || written > 0);
+        } while (left > 0 || written == room || (flush && written > 0));
     }
 
     void write(std::size_t frames)
     {
         for (std::size_t i = 0; i < frames * m_channels; ++i) {
-            m_staging[i] *= makeUp;
+            m_staging[i] *= m_engine->makeUp();
         }
         const auto count = static_cast<sf_count_t>(frames);
         if (sf_writef_float(m_out.get(), m_staging.data(), count) != count) {
@@ -152,11 +239,11 @@ private:
     FileHandle m_in;
     FileHandle m_out;
     std::size_t m_channels;
-    HighQualityResampler m_resampler;
+    std::unique_ptr<Engine> m_engine;
     std::vector<float> m_staging = std::vector<float>(65536);
     sf_count_t m_outFramesLeft = 0;
     double m_wantedRatio = 1;
-    float m_ratio = 1;
+    double m_ratio = 1;
     double m_inputError = 0; // frames
     ProgressBar m_progress;
 };

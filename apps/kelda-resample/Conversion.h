@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "audioUtils/resample/HighQualityResampler.h"
+#include "RateConverter.h"
 
 namespace keldaResample {
 
@@ -10,10 +10,9 @@ struct ConversionOptions
 {
     std::string input;
     std::string output;
-    unsigned int rate = 0; ///< Hz
-    audioUtils::HighQualityResampler::FilterQuality quality =
-        audioUtils::HighQualityResampler::Best;
-    double sweepPpm = 0; ///< how far the ratio swings, once in 10 s
+    unsigned int rate = 0;                ///< Hz
+    keldaPlay::ResamplerChoice resampler; ///< not Short
+    double sweepPpm = 0;                  ///< how far the ratio swings, once in 10 s (Float only)
 };
 
 /// Converts a sound file to another sample rate; the output has the input's format, starts where it

@@ -1,19 +1,28 @@
 #include <cstdio>
 #include <exception>
-#include <map>
 
 #include <CLI/CLI.hpp>
 
 #include "Conversion.h"
+#include "ResamplerOptions.h"
+
+namespace {
+
+void checkResampler(const keldaResample::ConversionOptions& options)
+{
+    using Kind = keldaPlay::ResamplerChoice::Kind;
+    if (options.resampler.kind == Kind::Short) {
+        throw CLI::ValidationError("--resampler", "files are not converted in 16 bits");
+    }
+    if (options.resampler.kind == Kind::GStreamer && options.sweepPpm > 0) {
+        throw CLI::ValidationError("--ratio-sweep", "gstreamer converts by fixed ratios only");
+    }
+}
+
+} // namespace
 
 int main(int argc, char** argv)
 {
-    using Resampler = audioUtils::HighQualityResampler;
-    static const std::map<std::string, Resampler::FilterQuality> qualities = {
-        {"low", Resampler::Low},
-        {"medium", Resampler::Medium},
-        {"high", Resampler::High},
-        {"best", Resampler::Best}};
     try {
         keldaResample::ConversionOptions options;
         CLI::App app("Converts a sound file to another sample rate.", "kelda-resample");
@@ -24,15 +33,14 @@ int main(int argc, char** argv)
         app.add_option("--rate", options.rate, "Sample rate of OUT in Hz")
             ->required()
             ->check(CLI::Range(1U, 6'144'000U));
-        app.add_option("--quality", options.quality, "Of the resampler")
-            ->transform(CLI::CheckedTransformer(qualities))
-            ->option_text("low|medium|high|best [best]");
+        keldaPlay::addResampler(app, options.resampler, "What converts: float, or gstreamer");
         app.add_option("--ratio-sweep", options.sweepPpm,
                        "Let the speed swing by +-PPM, once in 10 s")
             ->check(CLI::Range(0.0, 10'000.0))
             ->option_text("PPM");
         try {
             app.parse(argc, argv);
+            checkResampler(options);
         } catch (const CLI::Success& success) {
             return app.exit(success);
         } catch (const CLI::ParseError& error) {

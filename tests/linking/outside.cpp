@@ -9,6 +9,8 @@
 #include "audioUtils/PcmQueue.h"
 #include "audioUtils/device/FakeOutputDevice.h"
 #include "audioUtils/device/OutputDevice.h"
+#include "audioUtils/resample/GStreamerResampler.h"
+#include "audioUtils/resample/HighQualityResamplerShort.h"
 #include "miscUtils/ScopedFunction.h"
 #include "miscUtils/TimeValue.h"
 #include "miscUtils/TimestampFilter.h"
@@ -39,9 +41,15 @@ int main()
     audioUtils::OutputDevice& output = device;
     const bool refused = output.write(bytes, 48) == audioUtils::OutputDevice::NotOpened;
 
+    static_assert(audioUtils::GStreamerResampler::SampleDataType::Float32 ==
+                  audioUtils::GStreamerResampler::Float32);
+    audioUtils::GStreamerResampler resampler(2, 48000, 48000, audioUtils::GStreamerResampler::Int16,
+                                             5);
+    const bool copied = resampler.calculateOutputBufferSize(48) == 48;
+
     const miscUtils::VariantHash description{{"sampleRate", 48000L}, {"name", "outside"}};
     std::cout << miscUtils::Variant(description) << ' ' << miscUtils::VariantType::Array << ' '
               << audioUtils::toString(audioUtils::S16LE) << ' ' << audioUtils::pcmAudioType() << ' '
               << dbglog_scopedFunction(__PRETTY_FUNCTION__, "AudioUtils") << '\n';
-    return played && refused && delta == 0 ? 0 : 1;
+    return played && refused && copied && delta == 0 ? 0 : 1;
 }

@@ -62,7 +62,15 @@ TEST_F(RateConversionTest, PlayerConvertsToTheRateOfTheCard)
     FaultySoundCard card;
     card->onlyRate = 48000;
     createSine(path("a.wav"), 44100, 2 * 44100, SF_FORMAT_WAV | SF_FORMAT_PCM_16);
-    for (const char* options : {"--quality best ", "--resampler short --quality high "}) {
+    const struct
+    {
+        const char* options;
+        double gain;
+        double snr; // dB
+    } cases[] = {{"--quality best ", 0.8912509, 80},
+                 {"--resampler short --quality high ", 1, 60},
+                 {"--resampler gstreamer ", 0.944060876, 80}};
+    for (const auto& [options, gain, snr] : cases) {
         std::filesystem::remove(card.folder() / "played.raw");
         ASSERT_EQ(play("--device faulty" + patient + options + path("a.wav")), 0) << err;
         EXPECT_THAT(out, HasSubstr("changed       48000 Hz instead of 44100\n"));
@@ -79,8 +87,8 @@ TEST_F(RateConversionTest, PlayerConvertsToTheRateOfTheCard)
         EXPECT_NEAR(static_cast<double>(last - first), 96'000, 20) << "2 s, the end too";
         left = std::vector<double>(first + 1000, last - 1000);
         const SineFit sine(left, 1000.0 / 48000);
-        EXPECT_NEAR(sine.amplitude, options[2] == 'q' ? 0.7 * 0.8912509 : 0.7, 0.001);
-        EXPECT_GT(sine.snr, options[2] == 'q' ? 80 : 60) << "dB";
+        EXPECT_NEAR(sine.amplitude, 0.7 * gain, 0.001);
+        EXPECT_GT(sine.snr, snr) << "dB";
     }
 }
 
@@ -106,9 +114,9 @@ TEST_F(RateConversionTest, FilterIsRightToTheFrame)
         {44100, 48000, 0, 0}};
     for (const auto& [from, to, frames, expected] : cases) {
         createSine(path("a.wav"), from, frames, SF_FORMAT_WAV | SF_FORMAT_FLOAT);
-        ASSERT_EQ(resample(path("a.wav") + " " + path("b.wav") + " --rate " + std::to_string(to)),
-                  0)
-            << err;
+        const std::string arguments =
+            path("a.wav") + " " + path("b.wav") + " --rate " + std::to_string(to);
+        ASSERT_EQ(resample(arguments), 0) << err;
         EXPECT_THAT(out + err, IsEmpty()) << "no progress without a terminal";
         const Sound sound = load(path("b.wav"));
         EXPECT_EQ(sound.info.samplerate, to);
@@ -127,6 +135,23 @@ TEST_F(RateConversionTest, FilterIsRightToTheFrame)
                 sine.phase / (2 * M_PI) - 500.0 * 1000 / to - 0.5 * static_cast<double>(c);
             EXPECT_NEAR(turns - std::round(turns), 0, 1e-5) << "delay in periods of 1 kHz";
         }
+    }
+}
+
+TEST_F(RateConversionTest, FilterConvertsWithGStreamer)
+{
+    for (const int to : {48000, 22050, 44100}) {
+        createSine(path("a.wav"), 44100, 44100, SF_FORMAT_WAV | SF_FORMAT_FLOAT);
+        ASSERT_EQ(resample(path("a.wav") + " " + path("b.wav") + " --resampler gstreamer --rate " +
+                           std::to_string(to)),
+                  0);
+        EXPECT_THAT(out + err, IsEmpty());
+        const Sound sound = load(path("b.wav"));
+        ASSERT_EQ(sound.frames(), static_cast<std::size_t>(to));
+        const std::vector<double> left = channel(sound, 0);
+        const SineFit sine(std::vector<double>(left.begin() + 500, left.end() - 500), 1000.0 / to);
+        EXPECT_NEAR(sine.amplitude, 0.7, 1e-3);
+        EXPECT_GT(sine.snr, 100) << "dB";
     }
 }
 
@@ -156,6 +181,9 @@ TEST_F(RateConversionTest, FilterTellsInOneLineWhatIsWrong)
         {path("a.wav") + " /nowhere/b.wav --rate 48000", "/nowhere/b.wav: "},
         {files + "--rate 96000", "that is more than a factor of 8"},
         {files + "--rate 48000 --quality worst", "--quality"},
+        {files + "--rate 48000 --resampler best", "--resampler"},
+        {files + "--rate 48000 --resampler short", "files are not converted in 16 bits"},
+        {files + "--rate 48000 --resampler gstreamer --ratio-sweep 5", "fixed ratios only"},
     };
     for (const auto& [arguments, message] : cases) {
         EXPECT_THAT(resample(arguments), testing::AnyOf(1, 2)) << arguments;

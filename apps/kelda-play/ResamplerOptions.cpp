@@ -1,0 +1,28 @@
+#include "ResamplerOptions.h"
+
+#include <map>
+
+#include <CLI/CLI.hpp>
+
+namespace keldaPlay {
+
+void addResampler(CLI::App& app, ResamplerChoice& choice, const std::string& what)
+{
+    using Resampler = audioUtils::HighQualityResampler;
+    using Kind = ResamplerChoice::Kind;
+    static const std::map<std::string, Kind> kinds = {
+        {"float", Kind::Float}, {"short", Kind::Short}, {"gstreamer", Kind::GStreamer}};
+    static const std::map<std::string, Resampler::FilterQuality> qualities = {
+        {"low", Resampler::Low},
+        {"medium", Resampler::Medium},
+        {"high", Resampler::High},
+        {"best", Resampler::Best}};
+    app.add_option("--resampler", choice.kind, what)
+        ->transform(CLI::CheckedTransformer(kinds))
+        ->option_text("float|short|gstreamer [float]");
+    app.add_option("--quality", choice.quality, "Of the resampler")
+        ->transform(CLI::CheckedTransformer(qualities))
+        ->option_text("low|medium|high|best [best]");
+}
+
+} // namespace keldaPlay
