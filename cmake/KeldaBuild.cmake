@@ -36,6 +36,7 @@ target_compile_options(kelda_options INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion
   $<$<BOOL:${KELDA_WARNINGS_AS_ERRORS}>:-Werror>
   $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>
+  -ffp-contract=off # results are the same to the last bit, whether or not a machine has fused operations
   -UNDEBUG)
 if(KELDA_SANITIZERS)
   target_compile_options(kelda_options INTERFACE
