@@ -3,6 +3,7 @@
 namespace keldaPlay {
 
 using audioUtils::OutputDevice;
+using miscUtils::TimeValue;
 using miscUtils::TimeValueDelta;
 
 namespace {
@@ -11,6 +12,18 @@ namespace {
 // was divided as an unsigned number.
 constexpr TimeValueDelta largest = 10'000'000'000;
 
+// What a clock drifts from one block to the next is a hundredth of it.
+constexpr TimeValueDelta largestStep = 1'000'000;
+
+// As many in a row are no outliers.
+constexpr unsigned int mostDoubts = 5;
+
+constexpr TimeValue markInterval = 120'000'000'000;
+
+// A delay is off by up to a frame or a wake-up's latency, which says much of a second and little of
+// a minute.
+constexpr double doubtfulTime = 20e9;
+
 } // namespace
 
 DeviceDelay::DeviceDelay(const OutputDevice& device)
@@ -18,16 +31,51 @@ DeviceDelay::DeviceDelay(const OutputDevice& device)
 {
 }
 
-TimeValueDelta DeviceDelay::next()
+TimeValueDelta DeviceDelay::next(TimeValue now)
 {
-    const TimeValueDelta delay =
-        m_refilling
-            ? static_cast<TimeValueDelta>(m_framesRefilled * 1'000'000'000 / m_device->sampleRate())
-            : m_device->getCompensatedRenderingDelay();
-    if (-largest < delay && delay < largest) {
-        m_last = delay;
+    const TimeValueDelta told =
+        m_refilling ? durationOf(m_framesRefilled) : m_device->getCompensatedRenderingDelay();
+    const TimeValueDelta expected =
+        m_last + durationOf(m_framesSince) - static_cast<TimeValueDelta>(now - m_lastTime);
+    if (told <= -largest || largest <= told) {
+        return m_last; // says nothing at all
     }
+    if (!isBelievable(told, expected)) {
+        return expected;
+    }
+    estimateRate(now, told - expected);
+    m_last = told;
+    m_lastTime = now;
+    m_framesSince = 0;
+    m_known = true;
     return m_last;
+}
+
+// A device that plays too fast is emptied sooner than expected, by so much for each second.
+void DeviceDelay::estimateRate(TimeValue now, TimeValueDelta step)
+{
+    if (!m_known) {
+        m_off = 0;
+        m_oldMark = m_newMark = {now, 0};
+        return;
+    }
+    m_off += step;
+    if (now - m_newMark.time > markInterval) {
+        m_oldMark = m_newMark;
+        m_newMark = {now, m_off};
+    }
+    const auto time = static_cast<double>(now - m_oldMark.time);
+    if (time > 0) {
+        m_ppm = -static_cast<double>(m_off - m_oldMark.off) / (time + doubtfulTime) * 1e6;
+    }
+}
+
+bool DeviceDelay::isBelievable(TimeValueDelta delay, TimeValueDelta expected)
+{
+    const TimeValueDelta step = delay - expected;
+    const bool isOff = m_known && !m_refilling && (step < -largestStep || largestStep < step);
+    m_doubts = isOff && m_doubts < mostDoubts ? m_doubts + 1 : 0;
+    return m_doubts == 0;
 }
 
 // A device that was repaired holds nothing and stands still until it has been filled again. Until
@@ -41,9 +89,16 @@ void DeviceDelay::written(OutputDevice::WriteReturnValue result, std::uint64_t n
     if (result == OutputDevice::Underrun) {
         m_framesRefilled = 0;
         m_refilling = true;
+        m_known = false;
     }
     m_refilling = m_refilling && !measured;
     m_framesRefilled += numFrames;
+    m_framesSince += numFrames;
+}
+
+TimeValueDelta DeviceDelay::durationOf(std::uint64_t numFrames) const
+{
+    return static_cast<TimeValueDelta>(numFrames * 1'000'000'000 / m_device->sampleRate());
 }
 
 } // namespace keldaPlay

@@ -13,15 +13,41 @@ class DeviceDelay
 public:
     explicit DeviceDelay(const audioUtils::OutputDevice& device);
 
-    /// ns. A value that no device can mean is replaced by the one before.
-    [[nodiscard]] miscUtils::TimeValueDelta next();
+    /// ns. Replaced by what the frames written and the time since make of an earlier one: a value
+    /// that no device can mean, and one that stands alone among its neighbours by more than 1 ms.
+    /// @param now ns
+    [[nodiscard]] miscUtils::TimeValueDelta next(miscUtils::TimeValue now);
+
+    /// How much faster than its nominal rate the device plays, in ppm of the system's clock: over
+    /// the last minutes, and less than that in the first half of one.
+    [[nodiscard]] double devicePpm() const { return m_ppm; }
 
     /// What came of a block.
     void written(audioUtils::OutputDevice::WriteReturnValue result, std::uint64_t numFrames);
 
 private:
+    [[nodiscard]] miscUtils::TimeValueDelta durationOf(std::uint64_t numFrames) const;
+    void estimateRate(miscUtils::TimeValue now, miscUtils::TimeValueDelta step);
+    [[nodiscard]] bool isBelievable(miscUtils::TimeValueDelta delay,
+                                    miscUtils::TimeValueDelta expected);
+
     const audioUtils::OutputDevice* m_device;
-    miscUtils::TimeValueDelta m_last = 0;
+    miscUtils::TimeValueDelta m_last = 0; // believed
+    miscUtils::TimeValue m_lastTime = 0;
+    std::uint64_t m_framesSince = 0;
+    bool m_known = false;
+
+    /// How far the delays have been off what was expected, in all, at a time.
+    struct Mark
+    {
+        miscUtils::TimeValue time = 0;
+        miscUtils::TimeValueDelta off = 0;
+    };
+    Mark m_oldMark;
+    Mark m_newMark;
+    miscUtils::TimeValueDelta m_off = 0;
+    double m_ppm = 0;
+    unsigned int m_doubts = 0;
     long m_timestamp;
     bool m_refilling = false;
     std::uint64_t m_framesRefilled = 0;

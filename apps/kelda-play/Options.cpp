@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <cstdio>
+#include <map>
 #include <sstream>
 
 #include <CLI/CLI.hpp>
@@ -92,8 +93,43 @@ void addStreamOptions(CLI::App& app, Options& options)
     app.add_flag("--loop", options.loop, "Start over at the end of the last file");
 }
 
+void addDriftCorrection(CLI::App& app, DriftOptions& drift)
+{
+    static const std::map<std::string, Correction> corrections = {
+        {"none", Correction::None},
+        {"resample", Correction::Resample},
+        {"device", Correction::Device}};
+    app.add_option("--correct", drift.correction,
+                   "What makes up for clocks that differ: the resampler, the rate of the device,\n"
+                   "or nothing (what is off is skipped and padded)")
+        ->transform(CLI::CheckedTransformer(corrections))
+        ->option_text("none|resample|device [none]");
+    app.add_option("--kp", drift.Kp, "Gain of the correction: ppm for each us of timing error")
+        ->check(CLI::PositiveNumber)
+        ->capture_default_str();
+    app.add_option("--ki", drift.Ki, "The same for each us and s")
+        ->check(CLI::NonNegativeNumber)
+        ->capture_default_str();
+    app.add_option("--kd", drift.Kd, "The same for each us/s")
+        ->check(CLI::NonNegativeNumber)
+        ->capture_default_str();
+    app.add_option("--adjust-limit", drift.limitPpm, "Largest correction in ppm")
+        ->check(CLI::Range(1.0, 10'000.0))
+        ->capture_default_str();
+    app.add_option("--filter-alpha", drift.filterAlpha, "Cut-off of the timing errors' low pass")
+        ->check(CLI::Range(1e-6, 1.0))
+        ->capture_default_str();
+    app.add_option("--sample-time", drift.sampleTimeMs, "Least ms between two corrections")
+        ->check(CLI::Range(1, 10'000))
+        ->capture_default_str();
+}
+
 void addDisturbances(CLI::App& app, Options& options)
 {
+    app.add_option("--source-ppm", options.sourcePpm,
+                   "Let the source's clock run so many ppm too fast")
+        ->check(CLI::Range(-10'000.0, 10'000.0))
+        ->option_text("PPM");
     app.add_option("--jitter", options.jitterMs,
                    "Put every packet's timestamp off by up to +-MS at random")
         ->check(CLI::Range(0.0, 1000.0))
@@ -135,12 +171,17 @@ std::optional<int> parseOptions(int argc, char** argv, Options& options)
     addResampler(app, options.resampler,
                  "What converts the sample rate: float, short (16 bits, fixed point), gstreamer");
     addStreamOptions(app, options);
+    addDriftCorrection(app, options.drift);
     addDisturbances(app, options);
     addOutputs(app, options);
     try {
         app.parse(argc, argv);
         if (options.files.empty() && !options.describes()) {
             throw CLI::RequiredError("FILE");
+        }
+        if (options.drift.correction == Correction::Resample &&
+            options.resampler.kind == ResamplerChoice::Kind::GStreamer) {
+            throw CLI::ValidationError("--correct", "gstreamer converts by fixed ratios only");
         }
     } catch (const CLI::Success& success) {
         return app.exit(success);

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "DriftLoop.h"
 #include "RateConverter.h"
 #include "audioUtils/PcmDataStructures.h"
 
@@ -45,12 +46,16 @@ struct Options
     std::optional<double> durationSeconds;
     bool loop = false;
 
+    double sourcePpm = 0;
+    DriftOptions drift;
+
     double jitterMs = 0;
     unsigned int seed = 1;
     std::vector<Gap> gaps;
 
     std::string recordPath;
     std::string tracePath;
+    std::string reportFolder;
     std::string logLevel = "warn";
 };
 

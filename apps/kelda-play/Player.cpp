@@ -49,11 +49,11 @@ void configureQueue(audioUtils::PcmQueue& queue, const Options& options, unsigne
 }
 
 // The first frame is due when the device is full and the producer has had time for some packets.
-StreamClock startClock(const OutputDevice& device, unsigned int sampleRate)
+StreamClock startClock(const OutputDevice& device, unsigned int sampleRate, double ppm)
 {
     constexpr TimeValue lead = 100 * nanosecondsPerMillisecond;
     const TimeValue full = device.bufferSize() * 1'000'000'000 / device.sampleRate();
-    return StreamClock(miscUtils::getMonotonicRawSysclockTime() + full + lead, sampleRate);
+    return StreamClock(miscUtils::getMonotonicRawSysclockTime() + full + lead, sampleRate, ppm);
 }
 
 /// The two threads between the files and the device, and what the main thread does meanwhile.
@@ -69,9 +69,8 @@ public:
               negotiate(options, m_stream, capabilitiesOf(options.device, options.rateResample))),
           m_layout{*layoutOf(m_info.getPcmFormat()),
                    static_cast<std::size_t>(m_info.getNumChannels())},
-          m_queued{m_info.getSampleRate() == m_stream.getSampleRate()
-                       ? m_layout.sample
-                       : *layoutOf(RateConverter::inputFormat(options.resampler)),
+          m_queued{converts() ? *layoutOf(RateConverter::inputFormat(options.resampler))
+                              : m_layout.sample,
                    m_layout.numChannels},
           m_request(requestFor(options, m_info)),
           m_device(createDevice(options.device))
@@ -80,7 +79,7 @@ public:
             throw std::runtime_error(obstacle);
         }
         configureQueue(m_queue, options, m_playlist.rate(), m_queued);
-        if (m_device->sampleRate() != m_playlist.rate()) {
+        if (converts()) {
             m_converter.emplace(options.resampler, m_playlist.rate(), m_device->sampleRate(),
                                 m_layout);
         }
@@ -102,14 +101,13 @@ public:
         printStart();
         Producer producer(m_playlist, m_queued, m_queue, m_options);
         Renderer renderer(
-            m_queue, *m_device, m_queued, m_converter ? &*m_converter : nullptr,
-            [this] { return open(*m_device, m_request).empty(); },
-            m_recorder ? &*m_recorder : nullptr, m_journal);
+            m_queue, *m_device, m_queued, m_playlist.rate(), path(),
+            [this] { return open(*m_device, m_request).empty(); }, m_journal);
         std::exception_ptr producerError;
 
         std::thread producerThread([&] {
             try {
-                producer.run(startClock(*m_device, m_playlist.rate()));
+                producer.run(startClock(*m_device, m_playlist.rate(), m_options.sourcePpm));
             } catch (...) {
                 producerError = std::current_exception();
                 m_queue.drain(); // what was decoded is played
@@ -133,6 +131,21 @@ public:
     }
 
 private:
+    [[nodiscard]] bool converts() const
+    {
+        return m_info.getSampleRate() != m_stream.getSampleRate() ||
+               m_options.drift.correction == Correction::Resample;
+    }
+
+    [[nodiscard]] RenderPath path()
+    {
+        RenderPath path;
+        path.converter = m_converter ? &*m_converter : nullptr;
+        path.recorder = m_recorder ? &*m_recorder : nullptr;
+        path.drift = m_options.drift.correction != Correction::None ? &m_drift : nullptr;
+        return path;
+    }
+
     void printStart() const
     {
         std::printf("%s: %u Hz, %u channel%s, %s, period %lu, buffer %lu, start %lu frames\n",
@@ -207,6 +220,7 @@ private:
     bool m_isGone = false;
     audioUtils::PcmQueue m_queue;
     std::optional<RateConverter> m_converter;
+    DriftLoop m_drift{m_options.drift};
     std::optional<Recorder> m_recorder;
     std::optional<Trace> m_trace;
     Journal m_journal;

@@ -38,8 +38,20 @@ struct HighQuality : Class
     HighQuality(const ResamplerChoice& choice, double inRate, double outRate, std::size_t channels)
         : Class(static_cast<int>(channels), choice.quality)
     {
-        Class::setSamplingRate(static_cast<float>(inRate), static_cast<float>(outRate));
+        setRatio(inRate / outRate);
     }
+
+    /// At exactly 1 they copy, and jump by a part of a frame.
+    void setRatio(double wanted)
+    {
+        ratio = static_cast<float>(wanted);
+        if (ratio == 1.0F) {
+            ratio = std::nextafter(1.0F, 0.0F);
+        }
+        Class::setSamplingRate(ratio, 1.0F);
+    }
+
+    float ratio = 1;
 };
 
 struct FloatAdapter : HighQuality<HighQualityResampler>
@@ -72,7 +84,9 @@ struct GStreamerAdapter : GStreamerResampler
     GStreamerAdapter(const ResamplerChoice& choice, double inRate, double outRate,
                      std::size_t channels)
         : GStreamerResampler(static_cast<unsigned int>(channels), static_cast<unsigned int>(inRate),
-                             static_cast<unsigned int>(outRate), Float32, choice.gstreamerQuality())
+                             static_cast<unsigned int>(outRate), Float32,
+                             choice.gstreamerQuality()),
+          ratio(inRate / outRate)
     {
     }
 
@@ -80,6 +94,10 @@ struct GStreamerAdapter : GStreamerResampler
     {
         return processFloat(in, count, out, written, false, flush);
     }
+
+    void setRatio(double /*wanted*/) {}
+
+    double ratio;
 };
 
 } // namespace
@@ -94,7 +112,9 @@ int ResamplerChoice::gstreamerQuality() const
 struct RateConverter::Resampler
 {
     virtual ~Resampler() = default;
-    [[nodiscard]] virtual long latencyNs() const = 0;
+    virtual void setRatio(double ratio) = 0;
+    /// What was made of it, input frames for each output frame.
+    [[nodiscard]] virtual double ratio() const = 0;
     virtual void convert(std::span<unsigned char> input, bool flush, const FrameLayout& device,
                          std::vector<unsigned char>& output) = 0;
 };
@@ -109,7 +129,8 @@ struct RateConverter::ResamplerOf : Resampler
     {
     }
 
-    [[nodiscard]] long latencyNs() const override { return resampler.getCurrentLatencyNs(); }
+    void setRatio(double ratio) override { resampler.setRatio(ratio); }
+    [[nodiscard]] double ratio() const override { return resampler.ratio; }
 
     void convert(std::span<unsigned char> input, bool flush, const FrameLayout& device,
                  std::vector<unsigned char>& output) override
@@ -140,7 +161,12 @@ struct RateConverter::ResamplerOf : Resampler
 
 RateConverter::RateConverter(const ResamplerChoice& choice, double inRate, double outRate,
                              const FrameLayout& device)
-    : m_device(device), m_framesPerFrame(inRate / outRate)
+    : m_device(device),
+      m_inputBytesPerFrame(
+          static_cast<std::size_t>(audioUtils::getNumBytesForFormat(inputFormat(choice))) *
+          device.numChannels),
+      m_inRate(inRate),
+      m_framesPerFrame(inRate / outRate)
 {
     const auto create = [&]<typename Adapter>(std::type_identity<Adapter>) {
         m_resampler =
@@ -166,9 +192,20 @@ audioUtils::PcmFormat RateConverter::inputFormat(const ResamplerChoice& choice)
     return choice.kind == ResamplerChoice::Kind::Short ? audioUtils::S16LE : audioUtils::F32LE;
 }
 
+void RateConverter::adjust(double ppm)
+{
+    m_resampler->setRatio(m_framesPerFrame * (1 + ppm * 1e-6));
+}
+
+// What the resamplers tell themselves is rounded to whole frames, 20 us.
 long RateConverter::latencyNs() const
 {
-    return m_resampler->latencyNs();
+    return std::lround(-m_position * 1e9 / m_inRate);
+}
+
+double RateConverter::latencyFrames() const
+{
+    return -m_position / m_resampler->ratio();
 }
 
 std::size_t RateConverter::inputFramesFor(std::size_t outFrames)
@@ -182,6 +219,9 @@ std::size_t RateConverter::inputFramesFor(std::size_t outFrames)
 std::span<unsigned char> RateConverter::convert(std::span<unsigned char> input, bool flush)
 {
     m_resampler->convert(input, flush, m_device, m_output);
+    const auto framesOut = static_cast<double>(m_output.size() / m_device.bytes());
+    m_position +=
+        framesOut * m_resampler->ratio() - static_cast<double>(input.size() / m_inputBytesPerFrame);
     return m_output;
 }
 

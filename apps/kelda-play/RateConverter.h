@@ -37,8 +37,15 @@ public:
     /// The sample format that it wants: 16-bit or float, of the processor's byte order.
     [[nodiscard]] static audioUtils::PcmFormat inputFormat(const ResamplerChoice& choice);
 
-    /// How long the next input waits until it comes out, in ns.
+    /// Consumes the input faster by so much than the two rates tell, from the next block on. Not
+    /// with GStreamer.
+    void adjust(double ppm);
+
+    /// How long the next input waits until it comes out, in ns; exact to the fraction of a frame.
     [[nodiscard]] long latencyNs() const;
+
+    /// The same in frames of output.
+    [[nodiscard]] double latencyFrames() const;
 
     /// How many frames of input make so many of output, on average over some blocks.
     [[nodiscard]] std::size_t inputFramesFor(std::size_t outFrames);
@@ -56,7 +63,10 @@ private:
 
     std::unique_ptr<Resampler> m_resampler;
     FrameLayout m_device;
+    std::size_t m_inputBytesPerFrame;
+    double m_inRate;
     double m_framesPerFrame;
+    double m_position = 0;   // of the next output frame, from the next input frame on; of input
     double m_framesOwed = 0; // of input
     std::vector<unsigned char> m_output;
 };

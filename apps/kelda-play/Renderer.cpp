@@ -11,24 +11,14 @@
 
 namespace keldaPlay {
 
-using audioUtils::OutputDevice;
-using miscUtils::getMonotonicRawSysclockTime;
-using miscUtils::TimeValue;
-
-Renderer::Renderer(audioUtils::PcmQueue& queue, OutputDevice& device, const FrameLayout& queued,
-                   RateConverter* converter, std::function<bool()> reopen, Recorder* recorder,
-                   Journal& journal)
-    : m_queue(queue),
+Renderer::Renderer(audioUtils::PcmQueue& queue, audioUtils::OutputDevice& device,
+                   const FrameLayout& queued, unsigned int queuedRate, RenderPath path,
+                   std::function<bool()> reopen, Journal& journal)
+    : m_renderer(queue, device, queued, queuedRate, std::move(path),
+                 miscUtils::getMonotonicRawSysclockTime),
       m_device(device),
       m_reopen(std::move(reopen)),
-      m_delay(device),
-      m_recorder(recorder),
-      m_journal(journal),
-      m_numFrames(device.periodSize()),
-      m_queued(queued),
-      m_converter(converter),
-      m_deviceBytesPerFrame(std::size_t{device.numChannels()} * device.numBytesPerSample()),
-      m_block((8 * m_numFrames + 1) * queued.bytes()) // of which a converter needs the most
+      m_journal(journal)
 {
 }
 
@@ -53,47 +43,15 @@ void Renderer::run()
             waitForDevice();
         }
     }
-    playEnd();
+    m_renderer.playEnd();
     m_ended = true;
 }
 
-// The whole of playing in time.
 bool Renderer::renderBlock()
 {
-    const std::span block = std::span(m_block).first(framesToRead() * m_queued.bytes());
-    BlockRecord record;
-    record.deviceDelay = m_delay.next() + (m_converter != nullptr ? m_converter->latencyNs() : 0);
-    record.dueTime = getMonotonicRawSysclockTime() + static_cast<TimeValue>(record.deviceDelay);
-
-    const std::size_t framesRead = m_queue.read(record.dueTime, block, record.delta);
-    std::ranges::fill(block.subspan(framesRead * m_queued.bytes()), 0); // what the queue lacks
-    record.result = write(m_converter != nullptr ? m_converter->convert(block) : block);
-    report(record, block.size() / m_queued.bytes(), framesRead);
+    const BlockRecord record = m_renderer.render();
+    m_journal.append(record);
     return record.isHeard();
-}
-
-std::size_t Renderer::framesToRead()
-{
-    return m_converter != nullptr ? m_converter->inputFramesFor(m_numFrames) : m_numFrames;
-}
-
-OutputDevice::WriteReturnValue Renderer::write(std::span<unsigned char> frames)
-{
-    const std::size_t numFrames = frames.size() / m_deviceBytesPerFrame;
-    const OutputDevice::WriteReturnValue result = m_device.write(frames.data(), numFrames);
-    m_delay.written(result, numFrames);
-    if (isHeard(result) && m_recorder != nullptr) {
-        m_recorder->write(frames);
-    }
-    return result;
-}
-
-// What the converter still holds.
-void Renderer::playEnd()
-{
-    if (m_converter != nullptr && m_device.isOpened()) {
-        static_cast<void>(write(m_converter->convert({}, true)));
-    }
 }
 
 void Renderer::waitForDevice()
@@ -108,7 +66,7 @@ void Renderer::waitForDevice()
         if (m_reopen()) {
             const auto away = duration_cast<milliseconds>(steady_clock::now() - lost);
             LOG4CPLUS_WARN(logger, "The device is back after " << away.count() << " ms");
-            m_delay = DeviceDelay(m_device);
+            m_renderer.restart();
             return;
         }
     }
@@ -118,28 +76,12 @@ void Renderer::waitForDevice()
 void Renderer::passUnheard(std::chrono::milliseconds duration)
 {
     const auto end = std::chrono::steady_clock::now() + duration;
-    const std::chrono::nanoseconds block(m_numFrames * 1'000'000'000 / m_device.sampleRate());
+    const std::chrono::nanoseconds block(m_device.periodSize() * 1'000'000'000 /
+                                         m_device.sampleRate());
     while (!m_stopped && std::chrono::steady_clock::now() < end) {
         std::this_thread::sleep_for(block);
-        BlockRecord record;
-        record.result = OutputDevice::NotOpened;
-        record.dueTime = getMonotonicRawSysclockTime();
-        const std::size_t numFrames = framesToRead();
-        const std::span unheard = std::span(m_block).first(numFrames * m_queued.bytes());
-        report(record, numFrames, m_queue.read(record.dueTime, unheard, record.delta));
+        m_journal.append(m_renderer.passUnheard());
     }
-}
-
-void Renderer::report(BlockRecord record, std::size_t numFrames, std::size_t framesRead)
-{
-    const audioUtils::PcmQueueCounters before = std::exchange(m_counters, m_queue.counters());
-    record.numFrames = numFrames;
-    record.queueFill = m_queue.bufferedDuration(miscUtils::NoTimeValue);
-    record.silenceFrames = m_counters.silenceFrames - before.silenceFrames;
-    record.insertedFrames = m_counters.insertedFrames - before.insertedFrames;
-    record.skippedFrames = m_counters.skippedFrames - before.skippedFrames;
-    record.paddedFrames = numFrames - framesRead;
-    m_journal.append(record);
 }
 
 } // namespace keldaPlay

@@ -85,6 +85,7 @@ struct TraceRow
 {
     std::uint64_t due, fill, frames, silence, inserted, skipped, padded, underruns;
     std::int64_t delta, delay;
+    double adjustment;
 
     [[nodiscard]] std::uint64_t data() const { return frames - silence - padded; }
 };
@@ -144,14 +145,15 @@ protected:
         std::string line;
         std::getline(lines, line);
         EXPECT_EQ(line, "due_time_ns,delta_ns,queue_fill_ns,device_delay_ns,frames,silence_frames,"
-                        "inserted_frames,skipped_frames,padded_frames,underruns");
+                        "inserted_frames,skipped_frames,padded_frames,underruns,"
+                        "adjustment_ppm");
         std::vector<TraceRow> rows;
         while (std::getline(lines, line)) {
             std::replace(line.begin(), line.end(), ',', ' ');
             std::istringstream in(line);
             TraceRow row{};
             in >> row.due >> row.delta >> row.fill >> row.delay >> row.frames >> row.silence >>
-                row.inserted >> row.skipped >> row.padded >> row.underruns;
+                row.inserted >> row.skipped >> row.padded >> row.underruns >> row.adjustment;
             EXPECT_TRUE(in && in.eof()) << line;
             rows.push_back(row);
         }

@@ -1,0 +1,136 @@
+#include "BlockRenderer.h"
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+namespace keldaPlay {
+
+using audioUtils::OutputDevice;
+using miscUtils::TimeValue;
+
+BlockRenderer::BlockRenderer(audioUtils::PcmQueue& queue, OutputDevice& device,
+                             const FrameLayout& queued, unsigned int queuedRate, RenderPath path,
+                             Clock clock)
+    : m_queue(queue),
+      m_device(device),
+      m_queued(queued),
+      m_queuedRate(queuedRate),
+      m_path(std::move(path)),
+      m_clock(std::move(clock)),
+      m_delay(device),
+      m_numFrames(device.periodSize()),
+      m_deviceBytesPerFrame(std::size_t{device.numChannels()} * device.numBytesPerSample()),
+      m_block((8 * m_numFrames + 1) * queued.bytes()) // of which a converter needs the most
+{
+}
+
+BlockRecord BlockRenderer::render()
+{
+    m_read = nextBlock();
+    BlockRecord record;
+    const TimeValue now = m_clock();
+    record.deviceDelay =
+        m_delay.next(now) + (m_path.converter != nullptr ? m_path.converter->latencyNs() : 0);
+    record.dueTime = now + static_cast<TimeValue>(record.deviceDelay);
+
+    const std::size_t framesRead = m_queue.read(record.dueTime, m_read, record.delta);
+    std::ranges::fill(m_read.subspan(framesRead * m_queued.bytes()), 0); // what the queue lacks
+    complete(record, m_read.size() / m_queued.bytes(), framesRead);
+    record.timingError = record.delta - std::llround(bias(record));
+    correctDrift(record, now);
+    record.adjustmentPpm = m_path.drift != nullptr ? m_path.drift->ppm() : 0;
+    record.result = write(m_path.converter != nullptr ? m_path.converter->convert(m_read) : m_read);
+    return record;
+}
+
+// What waits in the queue and in the device is timed as if its clock ran at the nominal rate: 300
+// ms of a source that is 100 ppm off are 30 us longer or shorter than that.
+double BlockRenderer::bias(const BlockRecord& record) const
+{
+    if (m_path.drift == nullptr) {
+        return 0;
+    }
+    const double devicePpm = m_delay.devicePpm();
+    const bool steersDevice = static_cast<bool>(m_path.setDeviceRate);
+    const double sourcePpm = steersDevice ? devicePpm : devicePpm + m_path.drift->ppm();
+    const double queued = static_cast<double>(record.queueFill) +
+                          static_cast<double>(record.numFrames) * 1e9 / m_queuedRate;
+    return (queued * sourcePpm + static_cast<double>(record.deviceDelay) * devicePpm) * 1e-6;
+}
+
+// Only what goes on from the block before tells of the drift.
+void BlockRenderer::correctDrift(const BlockRecord& record, TimeValue now)
+{
+    if (m_path.drift == nullptr) {
+        return;
+    }
+    if (record.isContinuous()) {
+        m_path.drift->update(record.timingError, now);
+    } else {
+        m_path.drift->interrupt();
+    }
+    if (m_path.setDeviceRate) {
+        m_path.setDeviceRate(m_path.drift->ppm());
+    } else if (m_path.converter != nullptr) {
+        m_path.converter->adjust(m_path.drift->ppm());
+    }
+}
+
+BlockRecord BlockRenderer::passUnheard()
+{
+    m_read = nextBlock();
+    BlockRecord record;
+    record.result = OutputDevice::NotOpened;
+    record.dueTime = m_clock();
+    const std::size_t framesRead = m_queue.read(record.dueTime, m_read, record.delta);
+    complete(record, m_read.size() / m_queued.bytes(), framesRead);
+    return record;
+}
+
+void BlockRenderer::playEnd()
+{
+    if (m_path.converter != nullptr && m_device.isOpened()) {
+        static_cast<void>(write(m_path.converter->convert({}, true)));
+    }
+}
+
+void BlockRenderer::restart()
+{
+    m_delay = DeviceDelay(m_device);
+    if (m_path.drift != nullptr) {
+        m_path.drift->interrupt();
+    }
+}
+
+std::span<unsigned char> BlockRenderer::nextBlock()
+{
+    const std::size_t numFrames =
+        m_path.converter != nullptr ? m_path.converter->inputFramesFor(m_numFrames) : m_numFrames;
+    return std::span(m_block).first(numFrames * m_queued.bytes());
+}
+
+OutputDevice::WriteReturnValue BlockRenderer::write(std::span<unsigned char> frames)
+{
+    const std::size_t numFrames = frames.size() / m_deviceBytesPerFrame;
+    const OutputDevice::WriteReturnValue result = m_device.write(frames.data(), numFrames);
+    m_delay.written(result, numFrames);
+    if (isHeard(result) && m_path.recorder != nullptr) {
+        m_path.recorder->write(frames);
+    }
+    return result;
+}
+
+void BlockRenderer::complete(BlockRecord& record, std::size_t numFrames, std::size_t framesRead)
+{
+    const audioUtils::PcmQueueCounters before = std::exchange(m_counters, m_queue.counters());
+    record.numFrames = numFrames;
+    record.queueFill = m_queue.bufferedDuration(miscUtils::NoTimeValue);
+    record.silenceFrames = m_counters.silenceFrames - before.silenceFrames;
+    record.insertedFrames = m_counters.insertedFrames - before.insertedFrames;
+    record.skippedFrames = m_counters.skippedFrames - before.skippedFrames;
+    record.resets = m_counters.resets - before.resets;
+    record.paddedFrames = numFrames - framesRead;
+}
+
+} // namespace keldaPlay

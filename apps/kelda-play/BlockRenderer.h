@@ -1,0 +1,73 @@
+#pragma once
+
+#include <functional>
+#include <span>
+#include <vector>
+
+#include "DeviceDelay.h"
+#include "DriftLoop.h"
+#include "Journal.h"
+#include "RateConverter.h"
+#include "Recorder.h"
+#include "audioUtils/PcmQueue.h"
+#include "audioUtils/device/OutputDevice.h"
+
+namespace keldaPlay {
+
+/// What stands between the queue and the device; null where there is none.
+struct RenderPath
+{
+    RateConverter* converter = nullptr; ///< where they differ in format, or a drift is resampled
+    DriftLoop* drift = nullptr;         ///< that is fed the timing errors
+    std::function<void(double ppm)> setDeviceRate; ///< of a device that has a PLL
+    Recorder* recorder = nullptr;                  ///< gets what the device has taken
+};
+
+/// The whole of playing in time, a block at a time and on any clock.
+class BlockRenderer
+{
+public:
+    using Clock = std::function<miscUtils::TimeValue()>; ///< ns
+
+    /// @param queued     how the frames of the queue lie in memory
+    /// @param queuedRate nominal, Hz
+    BlockRenderer(audioUtils::PcmQueue& queue, audioUtils::OutputDevice& device,
+                  const FrameLayout& queued, unsigned int queuedRate, RenderPath path, Clock clock);
+
+    /// Reads what is due, corrects the drift, and writes a period to the device.
+    [[nodiscard]] BlockRecord render();
+
+    /// Reads a block in time, while the device is gone, and drops it.
+    [[nodiscard]] BlockRecord passUnheard();
+
+    /// Plays what the converter still holds.
+    void playEnd();
+
+    /// The device was opened anew.
+    void restart();
+
+    /// The frames of the last block, as they were read.
+    [[nodiscard]] std::span<const unsigned char> lastBlock() const { return m_read; }
+
+private:
+    [[nodiscard]] std::span<unsigned char> nextBlock();
+    [[nodiscard]] double bias(const BlockRecord& record) const;
+    void correctDrift(const BlockRecord& record, miscUtils::TimeValue now);
+    [[nodiscard]] audioUtils::OutputDevice::WriteReturnValue write(std::span<unsigned char> frames);
+    void complete(BlockRecord& record, std::size_t numFrames, std::size_t framesRead);
+
+    audioUtils::PcmQueue& m_queue;
+    audioUtils::OutputDevice& m_device;
+    FrameLayout m_queued;
+    double m_queuedRate;
+    RenderPath m_path;
+    Clock m_clock;
+    DeviceDelay m_delay;
+    std::size_t m_numFrames;
+    std::size_t m_deviceBytesPerFrame;
+    std::vector<unsigned char> m_block; // as it is read
+    std::span<unsigned char> m_read;
+    audioUtils::PcmQueueCounters m_counters;
+};
+
+} // namespace keldaPlay

@@ -1,0 +1,165 @@
+#include "Laboratory.h"
+
+#include <cmath>
+#include <cstring>
+#include <optional>
+
+#include "BlockRenderer.h"
+#include "VirtualDevice.h"
+#include "VirtualSource.h"
+
+namespace keldaLab {
+
+namespace {
+
+using keldaPlay::BlockRecord;
+using keldaPlay::BlockRenderer;
+using keldaPlay::Correction;
+
+constexpr std::size_t channels = 2;
+constexpr double framesOfLeft = 1 << 20;
+
+// The stream carries the numbers of its own frames, in two floats that hold them exactly: so a
+// block tells which moment of the source is heard.
+void numberFrames(std::uint64_t first, std::span<float> samples)
+{
+    for (std::size_t i = 0; i < samples.size() / channels; ++i) {
+        const std::uint64_t frame = first + i + 1; // 0 is silence
+        samples[channels * i] = static_cast<float>(frame % (1U << 20));
+        samples[channels * i + 1] = static_cast<float>(frame >> 20);
+    }
+}
+
+/// The number of a block's first frame; none of silence.
+std::optional<double> firstFrameOf(std::span<const unsigned char> block)
+{
+    float numbers[channels] = {};
+    if (block.size() >= sizeof numbers) {
+        std::memcpy(numbers, block.data(), sizeof numbers);
+    }
+    const double number =
+        static_cast<double>(numbers[0]) + framesOfLeft * static_cast<double>(numbers[1]);
+    return number > 0 ? std::optional(number - 1) : std::nullopt;
+}
+
+class Laboratory
+{
+public:
+    explicit Laboratory(const Scenario& scenario)
+        : m_scenario(scenario),
+          m_device(scenario, m_now, [this](double ns) { waitFor(ns); }),
+          m_source(scenario, start + startDelay, numberFrames),
+          m_drift(scenario.drift)
+    {
+        const auto layout = keldaPlay::layoutOf(audioUtils::F32LE);
+        static_cast<void>(m_device.open("", audioUtils::F32LE, 0, 0, 0, 0, 0, false, ""));
+        m_queue.configure(true, scenario.queueMs, scenario.sampleRate, channels, 4, "lab", true,
+                          static_cast<TimeValue>(scenario.jumpThresholdMs * 1e6),
+                          static_cast<TimeValue>(scenario.filterMaxErrorMs * 1e6));
+        const keldaPlay::FrameLayout frames{*layout, channels};
+        keldaPlay::RenderPath path;
+        if (scenario.drift.correction == Correction::Resample) {
+            m_converter.emplace(scenario.resampler, scenario.sampleRate, scenario.sampleRate,
+                                frames);
+            path.converter = &*m_converter;
+        }
+        if (scenario.drift.correction == Correction::Device) {
+            path.setDeviceRate = [this](double ppm) {
+                m_device.play();
+                m_device.setPll(ppm);
+            };
+        }
+        if (scenario.drift.correction != Correction::None) {
+            path.drift = &m_drift;
+        }
+        m_renderer.emplace(m_queue, m_device, frames, scenario.sampleRate, std::move(path),
+                           [this] { return m_now; });
+        for (const Event& event : scenario.events) {
+            if (event.kind == Event::Kind::Underrun) {
+                m_stalls.push_back(event);
+            }
+        }
+    }
+
+    Result run()
+    {
+        const TimeValue end = start + static_cast<TimeValue>(m_scenario.seconds * 1e9);
+        while (m_now < end) {
+            stall();
+            renderBlock();
+        }
+        return std::move(m_result);
+    }
+
+private:
+    static constexpr TimeValue start = 1'000'000'000'000;
+    static constexpr TimeValue startDelay = 500'000'000;
+
+    [[nodiscard]] double seconds() const { return static_cast<double>(m_now - start) * 1e-9; }
+
+    void waitFor(double ns)
+    {
+        const TimeValue until = m_now + static_cast<TimeValue>(std::llround(ns));
+        while (m_source.nextArrival() <= until) {
+            m_now = std::max(m_now, m_source.nextArrival());
+            m_source.deliver(m_queue);
+        }
+        m_now = until;
+        m_device.play();
+    }
+
+    void stall()
+    {
+        if (!m_stalls.empty() && seconds() >= m_stalls.front().atSeconds) {
+            waitFor(m_stalls.front().milliseconds * 1e6);
+            m_stalls.erase(m_stalls.begin());
+        }
+    }
+
+    void renderBlock()
+    {
+        m_device.play();
+        const TimeValue now = m_now;
+        const double heard = static_cast<double>(now) +
+                             m_device.trueDelay(m_converter ? m_converter->latencyFrames() : 0);
+        const bool wasRunning = m_device.isRunning();
+        const BlockRecord record = m_renderer->render();
+        const std::optional<double> frame = firstFrameOf(m_renderer->lastBlock());
+        const double time = static_cast<double>(now - start) * 1e-9;
+
+        m_result.underruns += record.result == audioUtils::OutputDevice::Underrun ? 1 : 0;
+        if (!record.isContinuous() || !frame || !wasRunning ||
+            record.result != audioUtils::OutputDevice::Success) {
+            m_result.skips += m_result.sync.isLocked() && record.skippedFrames > 0 ? 1 : 0;
+            m_result.silences +=
+                m_result.sync.isLocked() && record.silenceFrames + record.paddedFrames > 0 ? 1 : 0;
+            m_result.sync.addInterruption(time);
+            return;
+        }
+        const double error = (heard - m_source.idealTimeOf(*frame)) / 1000;
+        const double needed = m_source.ppmAt(now) - m_device.truePpm();
+        m_result.sync.addBlock(time, error, record.adjustmentPpm - needed);
+        m_result.series.add(
+            {time, error, record.adjustmentPpm, static_cast<double>(record.queueFill) * 1e-6});
+    }
+
+    Scenario m_scenario;
+    TimeValue m_now = start;
+    audioUtils::PcmQueue m_queue;
+    VirtualDevice m_device;
+    VirtualSource m_source;
+    keldaPlay::DriftLoop m_drift;
+    std::optional<keldaPlay::RateConverter> m_converter;
+    std::optional<BlockRenderer> m_renderer;
+    std::vector<Event> m_stalls;
+    Result m_result;
+};
+
+} // namespace
+
+Result run(const Scenario& scenario)
+{
+    return Laboratory(scenario).run();
+}
+
+} // namespace keldaLab

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <functional>
+
+#include "Journal.h"
+#include "Scenario.h"
+#include "Series.h"
+#include "SyncStatistics.h"
+
+namespace keldaLab {
+
+/// What came of a scenario.
+struct Result
+{
+    keldaReport::SyncStatistics sync;
+    keldaReport::Series series;
+    std::uint64_t skips = 0; ///< blocks in the steady state at which the queue skipped, and so on
+    std::uint64_t silences = 0;
+    std::uint64_t underruns = 0; ///< of the device
+};
+
+/// Plays a scenario through the player's own path, in virtual time.
+[[nodiscard]] Result run(const Scenario& scenario);
+
+} // namespace keldaLab

@@ -1,0 +1,58 @@
+#include <cstdio>
+#include <exception>
+#include <string>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+#include <log4cplus/configurator.h>
+#include <log4cplus/initializer.h>
+
+#include "Laboratory.h"
+#include "Report.h"
+#include "Scenario.h"
+#include "Table.h"
+
+int main(int argc, char** argv)
+{
+    try {
+        CLI::App app("Plays scenarios through the player's path in virtual time.", "kelda-lab");
+        app.require_subcommand(1);
+        CLI::App* const runCommand = app.add_subcommand("run", "Play a scenario");
+        std::string path;
+        std::string reportFolder;
+        double seconds = 0;
+        runCommand->add_option("SCENARIO.json", path, "What happens, and what is to be reached")
+            ->required();
+        runCommand->add_option("--seconds", seconds, "Play so long instead")
+            ->check(CLI::PositiveNumber);
+        runCommand->add_option("--report", reportFolder, "Write a trace, plots and a page there")
+            ->option_text("DIR");
+        try {
+            app.parse(argc, argv);
+        } catch (const CLI::Success& success) {
+            return app.exit(success);
+        } catch (const CLI::ParseError& error) {
+            std::fprintf(stderr, "kelda-lab: %s\n", error.what());
+            return 2;
+        }
+        const log4cplus::Initializer logging;
+        log4cplus::BasicConfigurator::doConfigure(log4cplus::Logger::getDefaultHierarchy(), true);
+        log4cplus::Logger::getRoot().setLogLevel(log4cplus::OFF_LOG_LEVEL);
+
+        keldaLab::Scenario scenario = keldaLab::readScenario(path);
+        if (seconds > 0) {
+            scenario.seconds = seconds;
+        }
+        const keldaLab::Result result = keldaLab::run(scenario);
+        const std::vector<keldaReport::Line> table = keldaLab::tableOf(result, scenario);
+        std::printf("%s\n%s", scenario.title.c_str(), keldaReport::textOf(table).c_str());
+        if (!reportFolder.empty()) {
+            keldaReport::write(reportFolder, {scenario.title, table, result.series.spans(),
+                                              result.sync.eventTimes()});
+        }
+        return keldaReport::isReached(table) ? 0 : 1;
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "kelda-lab: %s\n", error.what());
+        return 1;
+    }
+}
