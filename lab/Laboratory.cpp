@@ -130,10 +130,8 @@ private:
         m_result.underruns += record.result == audioUtils::OutputDevice::Underrun ? 1 : 0;
         if (!record.isContinuous() || !frame || !wasRunning ||
             record.result != audioUtils::OutputDevice::Success) {
-            m_result.skips += m_result.sync.isLocked() && record.skippedFrames > 0 ? 1 : 0;
-            m_result.silences +=
-                m_result.sync.isLocked() && record.silenceFrames + record.paddedFrames > 0 ? 1 : 0;
-            m_result.sync.addInterruption(time);
+            m_result.sync.addInterruption(time, record.skippedFrames > 0,
+                                          record.silenceFrames + record.paddedFrames > 0);
             return;
         }
         const double error = (heard - m_source.idealTimeOf(*frame)) / 1000;

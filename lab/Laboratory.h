@@ -14,8 +14,6 @@ struct Result
 {
     keldaReport::SyncStatistics sync;
     keldaReport::Series series;
-    std::uint64_t skips = 0; ///< blocks in the steady state at which the queue skipped, and so on
-    std::uint64_t silences = 0;
     std::uint64_t underruns = 0; ///< of the device
 };
 

@@ -37,7 +37,7 @@ BlockRecord BlockRenderer::render()
     const std::size_t framesRead = m_queue.read(record.dueTime, m_read, record.delta);
     std::ranges::fill(m_read.subspan(framesRead * m_queued.bytes()), 0); // what the queue lacks
     complete(record, m_read.size() / m_queued.bytes(), framesRead);
-    record.timingError = record.delta - std::llround(bias(record));
+    record.delta -= std::llround(bias(record));
     correctDrift(record, now);
     record.adjustmentPpm = m_path.drift != nullptr ? m_path.drift->ppm() : 0;
     record.result = write(m_path.converter != nullptr ? m_path.converter->convert(m_read) : m_read);
@@ -66,12 +66,13 @@ void BlockRenderer::correctDrift(const BlockRecord& record, TimeValue now)
         return;
     }
     if (record.isContinuous()) {
-        m_path.drift->update(record.timingError, now);
+        m_path.drift->update(record.delta, now);
     } else {
         m_path.drift->interrupt();
     }
     if (m_path.setDeviceRate) {
         m_path.setDeviceRate(m_path.drift->ppm());
+        m_delay.setPll(m_path.drift->ppm());
     } else if (m_path.converter != nullptr) {
         m_path.converter->adjust(m_path.drift->ppm());
     }

@@ -1,5 +1,7 @@
 #include "DeviceDelay.h"
 
+#include <cmath>
+
 namespace keldaPlay {
 
 using audioUtils::OutputDevice;
@@ -22,7 +24,7 @@ constexpr TimeValue markInterval = 120'000'000'000;
 
 // A delay is off by up to a frame or a wake-up's latency, which says much of a second and little of
 // a minute.
-constexpr double doubtfulTime = 20e9;
+constexpr double doubtfulTime = 5e9;
 
 } // namespace
 
@@ -63,10 +65,12 @@ void DeviceDelay::estimateRate(TimeValue now, TimeValueDelta step)
     if (now - m_newMark.time > markInterval) {
         m_oldMark = m_newMark;
         m_newMark = {now, m_off};
+        m_ppmBefore = m_ppm;
     }
     const auto time = static_cast<double>(now - m_oldMark.time);
     if (time > 0) {
-        m_ppm = -static_cast<double>(m_off - m_oldMark.off) / (time + doubtfulTime) * 1e6;
+        const auto off = static_cast<double>(m_off - m_oldMark.off);
+        m_ppm = (-off * 1e6 + m_ppmBefore * doubtfulTime) / (time + doubtfulTime);
     }
 }
 
@@ -98,7 +102,8 @@ void DeviceDelay::written(OutputDevice::WriteReturnValue result, std::uint64_t n
 
 TimeValueDelta DeviceDelay::durationOf(std::uint64_t numFrames) const
 {
-    return static_cast<TimeValueDelta>(numFrames * 1'000'000'000 / m_device->sampleRate());
+    return std::llround(static_cast<double>(numFrames) * 1e9 / m_device->sampleRate() /
+                        (1 + m_pllPpm * 1e-6));
 }
 
 } // namespace keldaPlay

@@ -18,9 +18,12 @@ public:
     /// @param now ns
     [[nodiscard]] miscUtils::TimeValueDelta next(miscUtils::TimeValue now);
 
-    /// How much faster than its nominal rate the device plays, in ppm of the system's clock: over
-    /// the last minutes, and less than that in the first half of one.
-    [[nodiscard]] double devicePpm() const { return m_ppm; }
+    /// What the device's PLL has been set to, if it has one.
+    void setPll(double ppm) { m_pllPpm = ppm; }
+
+    /// How much faster than its nominal rate the device plays, in ppm of the system's clock: its
+    /// PLL at once, its crystal over the last minutes, and less than that in the first half of one.
+    [[nodiscard]] double devicePpm() const { return m_ppm + m_pllPpm; }
 
     /// What came of a block.
     void written(audioUtils::OutputDevice::WriteReturnValue result, std::uint64_t numFrames);
@@ -46,7 +49,9 @@ private:
     Mark m_oldMark;
     Mark m_newMark;
     miscUtils::TimeValueDelta m_off = 0;
-    double m_ppm = 0;
+    double m_ppm = 0; // of the crystal
+    double m_ppmBefore = 0;
+    double m_pllPpm = 0;
     unsigned int m_doubts = 0;
     long m_timestamp;
     bool m_refilling = false;

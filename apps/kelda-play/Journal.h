@@ -21,10 +21,8 @@ struct BlockRecord
 {
     miscUtils::TimeValue dueTime = 0;    ///< of the block's first frame, ns
     miscUtils::TimeValueDelta delta = 0; ///< timing error, ns; positive: late
-    /// The delta less what it is off because both clocks count as nominal; ns
-    miscUtils::TimeValueDelta timingError = 0;
-    miscUtils::TimeValue queueFill = 0; ///< after the read, ns
-    std::int64_t deviceDelay = 0;       ///< before the write, ns, with the converter's
+    miscUtils::TimeValue queueFill = 0;  ///< after the read, ns
+    std::int64_t deviceDelay = 0;        ///< before the write, ns, with the converter's
     std::uint64_t numFrames = 0;
     std::uint64_t silenceFrames = 0;  ///< handed out by the queue for the time before its data
     std::uint64_t insertedFrames = 0; ///< silence that the queue put into gaps
@@ -36,8 +34,8 @@ struct BlockRecord
 
     [[nodiscard]] bool isHeard() const { return keldaPlay::isHeard(result); }
 
-    /// Whether it goes on from the block before without a frame more or less. (What the queue inserts
-    /// is heard later, and in its place.)
+    /// Whether it goes on from the block before without a frame more or less. (What the queue
+    /// inserts is heard later, and in its place.)
     [[nodiscard]] bool isContinuous() const
     {
         return silenceFrames + skippedFrames + paddedFrames + resets == 0;

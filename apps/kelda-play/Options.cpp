@@ -93,8 +93,9 @@ void addStreamOptions(CLI::App& app, Options& options)
     app.add_flag("--loop", options.loop, "Start over at the end of the last file");
 }
 
-void addDriftCorrection(CLI::App& app, DriftOptions& drift)
+void addDriftCorrection(CLI::App& app, Options& options)
 {
+    DriftOptions& drift = options.drift;
     static const std::map<std::string, Correction> corrections = {
         {"none", Correction::None},
         {"resample", Correction::Resample},
@@ -104,6 +105,10 @@ void addDriftCorrection(CLI::App& app, DriftOptions& drift)
                    "or nothing (what is off is skipped and padded)")
         ->transform(CLI::CheckedTransformer(corrections))
         ->option_text("none|resample|device [none]");
+    app.add_option("--pll", options.pll,
+                   "The control that sets the device's rate, for --correct device,\n"
+                   "e.g. \"hw:0,PCM Rate Shift 100000\"; as it stands it means the nominal rate")
+        ->option_text("CTL,ELEMENT");
     app.add_option("--kp", drift.Kp, "Gain of the correction: ppm for each us of timing error")
         ->check(CLI::PositiveNumber)
         ->capture_default_str();
@@ -153,6 +158,9 @@ void addOutputs(CLI::App& app, Options& options)
         ->option_text("OUT.wav");
     app.add_option("--trace", options.tracePath, "Write a row a block to a CSV file")
         ->option_text("OUT.csv");
+    app.add_option("--report", options.reportFolder,
+                   "Write a page that tells how well it was in sync, with plots and a trace")
+        ->option_text("DIR");
     app.add_option("--log-level", options.logLevel, "What the library logs to standard error")
         ->check(CLI::IsMember({"trace", "debug", "info", "warn", "error"}))
         ->capture_default_str();
@@ -171,13 +179,17 @@ std::optional<int> parseOptions(int argc, char** argv, Options& options)
     addResampler(app, options.resampler,
                  "What converts the sample rate: float, short (16 bits, fixed point), gstreamer");
     addStreamOptions(app, options);
-    addDriftCorrection(app, options.drift);
+    addDriftCorrection(app, options);
     addDisturbances(app, options);
     addOutputs(app, options);
     try {
         app.parse(argc, argv);
         if (options.files.empty() && !options.describes()) {
             throw CLI::RequiredError("FILE");
+        }
+        if (options.drift.correction == Correction::Device && options.pll.empty()) {
+            throw CLI::ValidationError("--correct",
+                                       "the device's rate is set by --pll CTL,ELEMENT");
         }
         if (options.drift.correction == Correction::Resample &&
             options.resampler.kind == ResamplerChoice::Kind::GStreamer) {

@@ -48,6 +48,7 @@ struct Options
 
     double sourcePpm = 0;
     DriftOptions drift;
+    std::string pll; // control device and element, e.g. "hw:0,PCM Rate Shift 100000"
 
     double jitterMs = 0;
     unsigned int seed = 1;

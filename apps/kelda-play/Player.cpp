@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include "DevicePll.h"
 #include "DeviceRequest.h"
 #include "EndSignals.h"
 #include "Journal.h"
@@ -21,6 +22,7 @@
 #include "Renderer.h"
 #include "Statistics.h"
 #include "StatusLine.h"
+#include "SyncRecord.h"
 #include "Trace.h"
 #include "audioUtils/PcmQueue.h"
 
@@ -87,6 +89,9 @@ public:
             m_playlist.limit(static_cast<std::uint64_t>(
                 std::llround(*options.durationSeconds * m_playlist.rate())));
         }
+        if (!options.pll.empty()) {
+            m_pll.emplace(options.pll);
+        }
         if (!options.recordPath.empty()) {
             m_recorder.emplace(options.recordPath, m_layout.sample, m_device->sampleRate(),
                                m_device->numChannels());
@@ -127,6 +132,9 @@ public:
         if (producerError) {
             std::rethrow_exception(producerError);
         }
+        if (!m_options.reportFolder.empty()) {
+            m_sync.write(m_options.reportFolder, m_options.device + ": " + m_options.files.front());
+        }
         return checkedResult();
     }
 
@@ -142,6 +150,9 @@ private:
         RenderPath path;
         path.converter = m_converter ? &*m_converter : nullptr;
         path.recorder = m_recorder ? &*m_recorder : nullptr;
+        if (m_options.drift.correction == Correction::Device) {
+            path.setDeviceRate = [this](double ppm) { m_pll->set(ppm); };
+        }
         path.drift = m_options.drift.correction != Correction::None ? &m_drift : nullptr;
         return path;
     }
@@ -176,6 +187,7 @@ private:
     {
         for (const BlockRecord& record : m_journal.take()) {
             m_statistics.add(record);
+            m_sync.add(record);
             if (m_trace) {
                 m_trace->write(record);
             }
@@ -225,6 +237,8 @@ private:
     std::optional<Trace> m_trace;
     Journal m_journal;
     Statistics m_statistics;
+    SyncRecord m_sync;
+    std::optional<DevicePll> m_pll;
     BlockRecord m_last;
     StatusLine m_status{m_playlist.rate()};
 };

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <limits>
 #include <sstream>
 #include <stdexcept>
 
@@ -163,6 +164,19 @@ void writePage(const fs::path& folder, const Contents& contents)
 }
 
 } // namespace
+
+std::vector<Line> linesOf(const SyncStatistics& sync)
+{
+    constexpr double never = std::numeric_limits<double>::infinity();
+    return {{"lock time", "s", sync.hasLocked() ? sync.lockTime() : never},
+            {"relock time, worst", "s", sync.isLocked() ? sync.worstRelockTime() : never},
+            {"error, rms", "us", sync.rms()},
+            {"error, p99", "us", sync.percentile(0.99)},
+            {"error, worst", "us", sync.worst()},
+            {"events", "", static_cast<double>(sync.events())},
+            {"skips", "", static_cast<double>(sync.skips())},
+            {"silences", "", static_cast<double>(sync.silences())}};
+}
 
 bool isReached(const std::vector<Line>& table)
 {

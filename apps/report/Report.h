@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "Series.h"
+#include "SyncStatistics.h"
 
 namespace keldaReport {
 
@@ -18,6 +19,9 @@ struct Line
 
     [[nodiscard]] bool isReached() const { return !goal || value <= *goal; }
 };
+
+/// What is known of every stream: lock times, errors and events.
+[[nodiscard]] std::vector<Line> linesOf(const SyncStatistics& sync);
 
 [[nodiscard]] bool isReached(const std::vector<Line>& table);
 

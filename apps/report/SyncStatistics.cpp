@@ -8,8 +8,7 @@ namespace keldaReport {
 void SyncStatistics::addBlock(double seconds, double errorUs, double adjustmentError)
 {
     if (m_start < 0 || m_interrupted) {
-        m_start = seconds;
-        m_interrupted = false;
+        goOn(seconds);
     }
     const double size = std::abs(errorUs);
     if (m_locked) {
@@ -46,19 +45,33 @@ void SyncStatistics::lock(double seconds)
     }
 }
 
-void SyncStatistics::addInterruption(double seconds)
+void SyncStatistics::goOn(double seconds)
+{
+    // Two pieces of one event may be a block apart.
+    constexpr double apart = 0.1;
+    if (m_interrupted && m_interruptedAt - m_start > apart) {
+        m_eventTimes.push_back(m_interruptedAt);
+        m_skips += m_skipped ? 1 : 0;
+        m_silences += m_silent ? 1 : 0;
+    }
+    m_skipped = m_silent = false;
+    m_start = seconds;
+    m_interrupted = false;
+    m_locked = false;
+    m_smallSince = -1;
+}
+
+void SyncStatistics::addInterruption(double seconds, bool skipped, bool silent)
 {
     if (m_start < 0) {
         return; // it has not begun
     }
-    // Two pieces of one event may be a block apart.
-    constexpr double apart = 0.1;
-    if (!m_interrupted && (m_eventTimes.empty() || seconds - m_start > apart)) {
-        m_eventTimes.push_back(seconds);
+    if (!m_interrupted) {
+        m_interrupted = true;
+        m_interruptedAt = seconds;
     }
-    m_interrupted = true;
-    m_locked = false;
-    m_smallSince = -1;
+    m_skipped = m_skipped || skipped;
+    m_silent = m_silent || silent;
 }
 
 double SyncStatistics::rms() const

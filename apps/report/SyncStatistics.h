@@ -17,14 +17,15 @@ public:
     static constexpr double lockedUs = 20;
     static constexpr double lockSeconds = 1; ///< for which an error stays small
     static constexpr double settleSeconds = 5;
-    static constexpr double steadySeconds = 60; ///< after which a loop has nothing left to settle
+    static constexpr double steadySeconds = 180; ///< after which a loop has nothing left to settle
 
     /// A block that goes on from the block before.
     /// @param adjustmentError of the rate, where it is known what it should be; ppm
     void addBlock(double seconds, double errorUs, double adjustmentError);
 
-    /// A block that does not.
-    void addInterruption(double seconds);
+    /// A block that does not. Counts when the stream goes on.
+    /// @param skipped, silent whether frames of it were dropped, or are missing
+    void addInterruption(double seconds, bool skipped, bool silent);
 
     [[nodiscard]] bool hasLocked() const { return m_firstLock >= 0; }
     [[nodiscard]] double lockTime() const { return m_firstLock; }          ///< s; -1: never
@@ -32,6 +33,8 @@ public:
     [[nodiscard]] bool isLocked() const { return m_locked; }
     [[nodiscard]] std::uint64_t events() const { return m_eventTimes.size(); }
     [[nodiscard]] const std::vector<double>& eventTimes() const { return m_eventTimes; }
+    [[nodiscard]] std::uint64_t skips() const { return m_skips; } ///< events with one
+    [[nodiscard]] std::uint64_t silences() const { return m_silences; }
 
     /// Of the locked blocks, in us.
     [[nodiscard]] double rms() const;
@@ -43,6 +46,7 @@ public:
 
 private:
     void lock(double seconds);
+    void goOn(double seconds);
 
     std::vector<float> m_errors; // |us|
     std::vector<double> m_eventTimes;
@@ -53,6 +57,11 @@ private:
     double m_worstRelock = 0;
     bool m_locked = false;
     bool m_interrupted = false;
+    double m_interruptedAt = 0;
+    bool m_skipped = false;
+    bool m_silent = false;
+    std::uint64_t m_skips = 0;
+    std::uint64_t m_silences = 0;
     double m_sumOfSquares = 0; // of the adjustment's errors
     std::uint64_t m_adjustments = 0;
 };

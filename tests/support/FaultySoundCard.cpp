@@ -24,7 +24,9 @@ FaultySoundCard::FaultySoundCard() : m_folder(newFolder()), m_control(mapControl
     const std::filesystem::path configuration = m_folder / "asound.conf";
     std::ofstream(configuration) << "</usr/share/alsa/alsa.conf>\n"
                                     "pcm_type.kelda_faulty.lib \"" KELDA_FAULTY_PCM_LIBRARY "\"\n"
-                                    "pcm.faulty.type kelda_faulty\n";
+                                    "pcm.faulty.type kelda_faulty\n"
+                                    "ctl_type.kelda_faulty.lib \"" KELDA_FAULTY_PCM_LIBRARY "\"\n"
+                                    "ctl.faulty.type kelda_faulty\n";
     setenv("ALSA_CONFIG_PATH", configuration.c_str(), 1);
     setenv(folderVariable, m_folder.c_str(), 1);
     interceptAlsaCalls(m_control.get());

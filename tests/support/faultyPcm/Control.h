@@ -60,12 +60,14 @@ inline constexpr const char* folderVariable = "KELDA_FAULTY_PCM";
 struct Control
 {
     // The card. Constraints count from the next opening; 0: any.
-    std::atomic<std::uint32_t> onlyRate;    // Hz
-    std::atomic<bool> severalRates;         // 44.1, 48 and 96 kHz
-    std::atomic<std::uint32_t> onlyPeriod;  // frames
-    std::atomic<std::uint32_t> onlyBuffer;  // frames
-    std::atomic<std::uint32_t> onlyFormat;  // ALSA's code + 1
-    std::atomic<std::int32_t> crystalPpm;   // from the next start of the stream
+    std::atomic<std::uint32_t> onlyRate;   // Hz
+    std::atomic<bool> severalRates;        // 44.1, 48 and 96 kHz
+    std::atomic<std::uint32_t> onlyPeriod; // frames
+    std::atomic<std::uint32_t> onlyBuffer; // frames
+    std::atomic<std::uint32_t> onlyFormat; // ALSA's code + 1
+    std::atomic<std::int32_t> crystalPpm;  // from the next start of the stream
+    std::atomic<std::int32_t> pitchPpm;    // of the PLL, by the control "Playback Pitch 1000000"
+    std::atomic<std::uint32_t> pitchChanges;
     std::atomic<std::int64_t> delayOffset;  // frames that the reported delay is off
     std::atomic<std::uint32_t> granularity; // frames by which position and delay move; 0: 1
     std::atomic<bool> isGone;               // -ENODEV for whatever is asked

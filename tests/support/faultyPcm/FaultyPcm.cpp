@@ -196,8 +196,8 @@ private:
     int start()
     {
         m_startTime = now();
-        m_playedAtStart = m_played;
-        m_framesPerNs = m_plugin.rate * (1 + m_control->crystalPpm * 1e-6) / nanosecondsPerSecond;
+        m_playedAtStart = static_cast<double>(m_played);
+        setRate();
         m_running = true;
         const std::uint32_t run = m_control->numRuns;
         if (run < m_control->runs.size()) {
@@ -206,6 +206,13 @@ private:
             m_control->numRuns = run + 1;
         }
         return 0;
+    }
+
+    void setRate()
+    {
+        m_pitchPpm = m_control->pitchPpm;
+        m_framesPerNs = m_plugin.rate * (1 + m_control->crystalPpm * 1e-6) *
+                        (1 + m_pitchPpm * 1e-6) / nanosecondsPerSecond;
     }
 
     /// What is still held is lost.
@@ -247,8 +254,15 @@ private:
         if (!m_running) {
             return true;
         }
-        const auto elapsed = static_cast<double>(now() - m_startTime);
-        const auto due = m_playedAtStart + static_cast<std::uint64_t>(elapsed * m_framesPerNs);
+        const std::int64_t time = now();
+        const double position =
+            m_playedAtStart + static_cast<double>(time - m_startTime) * m_framesPerNs;
+        const auto due = static_cast<std::uint64_t>(position);
+        if (m_control->pitchPpm != m_pitchPpm) {
+            m_startTime = time;
+            m_playedAtStart = position;
+            setRate();
+        }
         const std::uint64_t end = std::min(due, m_taken);
         keep(m_played, end);
         m_control->framesPlayed += end - m_played;
@@ -434,7 +448,8 @@ private:
     std::uint64_t m_played = 0;
     bool m_running = false;
     std::int64_t m_startTime = 0;
-    std::uint64_t m_playedAtStart = 0;
+    double m_playedAtStart = 0; // frames
+    std::int32_t m_pitchPpm = 0;
     double m_framesPerNs = 0;
 };
 

@@ -1,0 +1,196 @@
+// The scenarios of lab/scenarios, shortened, and what else a stream may meet.
+
+#include "Laboratory.h"
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include <gmock/gmock.h>
+
+#include "Report.h"
+#include "Table.h"
+
+using keldaLab::Event;
+using keldaLab::Scenario;
+using keldaPlay::Correction;
+using testing::HasSubstr;
+
+namespace {
+
+Scenario scenario(const std::string& name, double seconds)
+{
+    Scenario result = keldaLab::readScenario(KELDA_SCENARIOS "/" + name + ".json");
+    result.seconds = std::min(result.seconds, seconds);
+    return result;
+}
+
+Scenario perfect(double seconds)
+{
+    Scenario result;
+    result.seconds = seconds;
+    result.drift.correction = Correction::Resample;
+    return result;
+}
+
+std::string describe(const std::vector<keldaReport::Line>& table)
+{
+    return "\n" + keldaReport::textOf(table);
+}
+
+class ScenarioTest : public testing::TestWithParam<const char*>
+{
+};
+
+} // namespace
+
+TEST_P(ScenarioTest, ReachesItsGoals)
+{
+    const Scenario shortened = scenario(GetParam(), 1800);
+    const auto table = keldaLab::tableOf(keldaLab::run(shortened), shortened);
+    EXPECT_TRUE(keldaReport::isReached(table)) << describe(table);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, ScenarioTest,
+                         testing::Values("plus-100ppm", "minus-100ppm", "plus-500ppm-wander",
+                                         "minus-500ppm-wander", "plus-200ppm-jitter",
+                                         "minus-200ppm-jitter", "interruptions"));
+
+// The same events give the same figures, so that what a change does can be told.
+TEST(LaboratoryTest, IsReproducible)
+{
+    const Scenario jittering = scenario("plus-200ppm-jitter", 30);
+    EXPECT_EQ(describe(keldaLab::tableOf(keldaLab::run(jittering), jittering)),
+              describe(keldaLab::tableOf(keldaLab::run(jittering), jittering)));
+}
+
+TEST(LaboratoryTest, TellsAStreamThatIsNotCorrected)
+{
+    Scenario drifting = perfect(60);
+    drifting.source.crystal.ppm = 500;
+    drifting.drift.correction = Correction::None;
+    const keldaLab::Result result = keldaLab::run(drifting);
+    EXPECT_FALSE(result.sync.hasLocked() && result.sync.worst() < 1000);
+    EXPECT_GE(result.sync.events(), 1U) << "30 ms in a minute: the queue inserts or skips";
+}
+
+// The rate of the device instead of the resampler's ratio: the same loop.
+TEST(LaboratoryTest, SteersTheDevicesPll)
+{
+    Scenario steered = perfect(60);
+    steered.source.crystal.ppm = -150;
+    steered.drift.correction = Correction::Device;
+    const keldaLab::Result result = keldaLab::run(steered);
+    EXPECT_EQ(result.sync.events(), 0U);
+    EXPECT_LT(result.sync.lockTime(), 5);
+    EXPECT_LT(result.sync.rms(), 2);
+}
+
+// What waits in the queue and the device is timed by clocks that are off: both have to be known.
+TEST(LaboratoryTest, KnowsTheSourcesClockFromTheDevices)
+{
+    Scenario both = perfect(600);
+    both.source.crystal.ppm = 40;
+    both.device.crystal.ppm = -80;
+    const keldaLab::Result result = keldaLab::run(both);
+    EXPECT_EQ(result.sync.events(), 0U);
+    EXPECT_LT(result.sync.percentile(0.9), 3) << "once the device's rate is known well";
+    EXPECT_LT(result.sync.worst(), 15);
+}
+
+TEST(LaboratoryTest, LocksToOtherRatesAndPackets)
+{
+    Scenario other = perfect(60);
+    other.sampleRate = 44100;
+    other.source.packetFrames = 1152;
+    other.source.burstPackets = 4;
+    other.device.periodFrames = 1024;
+    other.device.bufferFrames = 4096;
+    other.source.crystal.ppm = 60;
+    const keldaLab::Result result = keldaLab::run(other);
+    EXPECT_EQ(result.sync.events(), 0U);
+    EXPECT_LT(result.sync.lockTime(), 5);
+    EXPECT_LT(result.sync.rms(), 2);
+}
+
+TEST(LaboratoryTest, FollowsAClockThatChanges)
+{
+    Scenario wandering = perfect(900);
+    wandering.source.crystal = {0, 100, 60}; // up to 1 ppm a second
+    const keldaLab::Result result = keldaLab::run(wandering);
+    EXPECT_EQ(result.sync.events(), 0U);
+    EXPECT_LT(result.sync.worst(), 300);
+}
+
+TEST(LaboratoryTest, CountsAnEventOnce)
+{
+    Scenario gaps = perfect(60);
+    gaps.events = {{20, Event::Kind::Gap, 300}, {40, Event::Kind::Stop, 700}};
+    const keldaLab::Result result = keldaLab::run(gaps);
+    EXPECT_EQ(result.sync.events(), 2U);
+    EXPECT_EQ(result.sync.silences(), 2U);
+    EXPECT_TRUE(result.sync.isLocked());
+}
+
+TEST(ScenarioFileTest, TellsWhatIsWrongWithIt)
+{
+    const std::string path = testing::TempDir() + "scenario.json";
+    const std::pair<const char*, const char*> cases[] = {
+        {"{", "parse error"},
+        {"[]", "scenario is no object"},
+        {R"({"secnods": 5})", "scenario has no secnods"},
+        {R"({"source": {"ppmm": 5}})", "scenario.source has no ppmm"},
+        {R"({"drift": {"correct": "magic"}})", "correct is no magic"},
+        {R"({"events": [{"what": "flood"}]})", "what is no flood"},
+        {R"({"seconds": "long"})", "must be number"}};
+    for (const auto& [text, message] : cases) {
+        std::ofstream(path) << text;
+        try {
+            static_cast<void>(keldaLab::readScenario(path));
+            ADD_FAILURE() << text;
+        } catch (const std::runtime_error& error) {
+            EXPECT_THAT(error.what(), testing::AllOf(HasSubstr(path), HasSubstr(message)));
+        }
+    }
+    EXPECT_THROW(static_cast<void>(keldaLab::readScenario("/nowhere.json")), std::runtime_error);
+    std::filesystem::remove(path);
+}
+
+TEST(ReportTest, IsOnePageThatAnswersTheQuestion)
+{
+    const std::filesystem::path folder = testing::TempDir() + "kelda-report";
+    const Scenario short_ = scenario("plus-100ppm", 20);
+    const keldaLab::Result result = keldaLab::run(short_);
+    keldaReport::write(folder, {"100 < 200 ppm", keldaLab::tableOf(result, short_),
+                                result.series.spans(), result.sync.eventTimes()});
+    std::ostringstream page;
+    page << std::ifstream(folder / "index.html").rdbuf();
+    EXPECT_THAT(page.str(), HasSubstr("<h1 class=yes>In sync</h1>"));
+    EXPECT_THAT(page.str(), HasSubstr("100 &lt; 200 ppm"));
+    std::size_t pictures = 0;
+    for (std::size_t at = 0; (at = page.str().find("<svg", at)) != std::string::npos; ++at) {
+        ++pictures;
+    }
+    EXPECT_EQ(pictures, 3U);
+    EXPECT_THAT(page.str(), testing::Not(HasSubstr("href=\"http"))) << "nothing from elsewhere";
+    std::filesystem::remove_all(folder);
+    EXPECT_THROW(keldaReport::write("/proc/nowhere", {"", {}, {}, {}}), std::runtime_error);
+}
+
+TEST(SeriesTest, KeepsTheExtremesOfAnyLength)
+{
+    keldaReport::Series series;
+    for (int i = 0; i < 1'000'000; ++i) {
+        series.add({i * 0.01, i == 777'777 ? 99.0 : 1.0, 5, 100});
+    }
+    EXPECT_LE(series.spans().size(), 4096U);
+    double largest = 0;
+    std::uint64_t points = 0;
+    for (const auto& span : series.spans()) {
+        largest = std::max(largest, span.largestErrorUs);
+        points += span.points;
+        EXPECT_NEAR(span.adjustmentPpm, 5, 1e-9);
+    }
+    EXPECT_EQ(largest, 99);
+    EXPECT_EQ(points, 1'000'000U);
+}
