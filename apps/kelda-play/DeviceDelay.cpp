@@ -20,6 +20,9 @@ constexpr TimeValueDelta largestStep = 1'000'000;
 // As many in a row are no outliers.
 constexpr unsigned int mostDoubts = 5;
 
+// A device that is being filled stands still.
+constexpr TimeValue startInterval = 1'000'000'000;
+
 constexpr TimeValue markInterval = 120'000'000'000;
 
 // A delay is off by up to a frame or a wake-up's latency, which says much of a second and little of
@@ -56,12 +59,12 @@ TimeValueDelta DeviceDelay::next(TimeValue now)
 // A device that plays too fast is emptied sooner than expected, by so much for each second.
 void DeviceDelay::estimateRate(TimeValue now, TimeValueDelta step)
 {
-    if (!m_known) {
-        m_off = 0;
-        m_oldMark = m_newMark = {now, 0};
+    m_startTime = m_known ? m_startTime : now;
+    m_off += m_known ? step : 0;
+    if (now - m_startTime < startInterval) {
+        m_oldMark = m_newMark = {now, m_off};
         return;
     }
-    m_off += step;
     if (now - m_newMark.time > markInterval) {
         m_oldMark = m_newMark;
         m_newMark = {now, m_off};

@@ -49,6 +49,7 @@ private:
     Mark m_oldMark;
     Mark m_newMark;
     miscUtils::TimeValueDelta m_off = 0;
+    miscUtils::TimeValue m_startTime = 0;
     double m_ppm = 0; // of the crystal
     double m_ppmBefore = 0;
     double m_pllPpm = 0;
