@@ -30,16 +30,24 @@ void numberFrames(std::uint64_t first, std::span<float> samples)
     }
 }
 
-/// The number of a block's first frame; none of silence.
-std::optional<double> firstFrameOf(std::span<const unsigned char> block)
+double numberAt(const unsigned char* frame)
 {
     float numbers[channels] = {};
-    if (block.size() >= sizeof numbers) {
-        std::memcpy(numbers, block.data(), sizeof numbers);
+    std::memcpy(numbers, frame, sizeof numbers);
+    return static_cast<double>(numbers[0]) + framesOfLeft * static_cast<double>(numbers[1]) - 1;
+}
+
+/// The number of a block's first frame; none of silence, and of what is faded or joined.
+std::optional<double> firstFrameOf(std::span<const unsigned char> block)
+{
+    constexpr std::size_t bytesPerFrame = channels * sizeof(float);
+    const double frames = static_cast<double>(block.size() / bytesPerFrame);
+    if (frames < 1) {
+        return std::nullopt;
     }
-    const double number =
-        static_cast<double>(numbers[0]) + framesOfLeft * static_cast<double>(numbers[1]);
-    return number > 0 ? std::optional(number - 1) : std::nullopt;
+    const double first = numberAt(block.data());
+    const double last = numberAt(block.data() + block.size() - bytesPerFrame);
+    return first >= 0 && last - first == frames - 1 ? std::optional(first) : std::nullopt;
 }
 
 class Laboratory
@@ -62,6 +70,10 @@ public:
             m_converter.emplace(scenario.resampler, scenario.sampleRate, scenario.sampleRate,
                                 frames);
             path.converter = &*m_converter;
+        }
+        if (scenario.clicks.enabled) {
+            m_clicks.emplace(scenario.clicks, frames, scenario.sampleRate);
+            path.clicks = &*m_clicks;
         }
         if (scenario.drift.correction == Correction::Device) {
             path.setDeviceRate = [this](double ppm) {
@@ -147,6 +159,7 @@ private:
     VirtualDevice m_device;
     VirtualSource m_source;
     keldaPlay::DriftLoop m_drift;
+    std::optional<keldaPlay::ClickFilter> m_clicks;
     std::optional<keldaPlay::RateConverter> m_converter;
     std::optional<BlockRenderer> m_renderer;
     std::vector<Event> m_stalls;

@@ -135,6 +135,14 @@ Scenario parse(const Json& json)
                                            {"high", Quality::High},
                                            {"best", Quality::Best}})
         .readObject("drift", [&](Members& in) { readDrift(in, scenario.drift); })
+        .readObject("clicks",
+                    [&](Members& in) {
+                        in.read("enabled", scenario.clicks.enabled)
+                            .read("gapMs", scenario.clicks.gapMs)
+                            .read("marginMs", scenario.clicks.marginMs)
+                            .read("fadeMs", scenario.clicks.fadeMs)
+                            .read("skipShort", scenario.clicks.skipShort);
+                    })
         .readObject("source",
                     [&](Members& in) {
                         readCrystal(in, scenario.source.crystal);

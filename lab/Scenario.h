@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "ClickFilter.h"
 #include "DriftLoop.h"
 #include "RateConverter.h"
 
@@ -42,6 +43,7 @@ struct Scenario
     unsigned int sampleRate = 48000;
     keldaPlay::DriftOptions drift;
     keldaPlay::ResamplerChoice resampler;
+    keldaPlay::ClickOptions clicks;
 
     struct
     {

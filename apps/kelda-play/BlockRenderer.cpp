@@ -30,8 +30,12 @@ BlockRecord BlockRenderer::render()
     m_read = nextBlock();
     BlockRecord record;
     const TimeValue now = m_clock();
+    const miscUtils::TimeValueDelta delay = m_delay.next(now);
+    if (delay < 0) {
+        startOver();
+    }
     record.deviceDelay =
-        m_delay.next(now) + (m_path.converter != nullptr ? m_path.converter->latencyNs() : 0);
+        delay + clickDelayNs() + (m_path.converter != nullptr ? m_path.converter->latencyNs() : 0);
     record.dueTime = now + static_cast<TimeValue>(record.deviceDelay);
 
     const std::size_t framesRead = m_queue.read(record.dueTime, m_read, record.delta);
@@ -39,9 +43,42 @@ BlockRecord BlockRenderer::render()
     complete(record, m_read.size() / m_queued.bytes(), framesRead);
     record.delta -= std::llround(bias(record));
     correctDrift(record, now);
+    removeClicks(record);
     record.adjustmentPpm = m_path.drift != nullptr ? m_path.drift->ppm() : 0;
     record.result = write(m_path.converter != nullptr ? m_path.converter->convert(m_read) : m_read);
     return record;
+}
+
+std::int64_t BlockRenderer::clickDelayNs() const
+{
+    return m_path.clicks == nullptr
+               ? 0
+               : std::llround(static_cast<double>(m_path.clicks->delayFrames()) * 1e9 /
+                              m_queuedRate);
+}
+
+// The device has run dry, or is a new one: what is on the way would begin in the midst of it.
+void BlockRenderer::startOver()
+{
+    if (m_path.clicks != nullptr) {
+        m_path.clicks->reset();
+        if (m_path.converter != nullptr) {
+            m_path.converter->clear();
+        }
+    }
+}
+
+void BlockRenderer::removeClicks(const BlockRecord& record)
+{
+    if (m_path.clicks == nullptr) {
+        return;
+    }
+    if (record.skippedFrames + record.resets > 0) {
+        m_path.clicks->interrupt(0);
+    } else if (record.paddedFrames > 0) {
+        m_path.clicks->interrupt(record.numFrames - record.paddedFrames);
+    }
+    m_path.clicks->process(m_read);
 }
 
 // What waits in the queue and in the device is timed as if its clock ran at the nominal rate: 300
@@ -56,7 +93,9 @@ double BlockRenderer::bias(const BlockRecord& record) const
     const double sourcePpm = steersDevice ? devicePpm : devicePpm + m_path.drift->ppm();
     const double queued = static_cast<double>(record.queueFill) +
                           static_cast<double>(record.numFrames) * 1e9 / m_queuedRate;
-    return (queued * sourcePpm + static_cast<double>(record.deviceDelay) * devicePpm) * 1e-6;
+    const auto clickDelay = static_cast<double>(clickDelayNs());
+    const double device = static_cast<double>(record.deviceDelay) - clickDelay;
+    return ((queued + clickDelay) * sourcePpm + device * devicePpm) * 1e-6;
 }
 
 // Only what goes on from the block before tells of the drift.
@@ -91,7 +130,15 @@ BlockRecord BlockRenderer::passUnheard()
 
 void BlockRenderer::playEnd()
 {
-    if (m_path.converter != nullptr && m_device.isOpened()) {
+    if (!m_device.isOpened()) {
+        return;
+    }
+    if (m_path.clicks != nullptr) {
+        const std::span<unsigned char> rest = m_path.clicks->flush();
+        static_cast<void>(
+            write(m_path.converter != nullptr ? m_path.converter->convert(rest) : rest));
+    }
+    if (m_path.converter != nullptr) {
         static_cast<void>(write(m_path.converter->convert({}, true)));
     }
 }
@@ -99,6 +146,7 @@ void BlockRenderer::playEnd()
 void BlockRenderer::restart()
 {
     m_delay = DeviceDelay(m_device);
+    startOver();
     if (m_path.drift != nullptr) {
         m_path.drift->interrupt();
     }

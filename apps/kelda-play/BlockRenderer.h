@@ -4,6 +4,7 @@
 #include <span>
 #include <vector>
 
+#include "ClickFilter.h"
 #include "DeviceDelay.h"
 #include "DriftLoop.h"
 #include "Journal.h"
@@ -17,6 +18,7 @@ namespace keldaPlay {
 /// What stands between the queue and the device; null where there is none.
 struct RenderPath
 {
+    ClickFilter* clicks = nullptr;      ///< takes them out of what is read
     RateConverter* converter = nullptr; ///< where they differ in format, or a drift is resampled
     DriftLoop* drift = nullptr;         ///< that is fed the timing errors
     std::function<void(double ppm)> setDeviceRate; ///< of a device that has a PLL
@@ -40,17 +42,20 @@ public:
     /// Reads a block in time, while the device is gone, and drops it.
     [[nodiscard]] BlockRecord passUnheard();
 
-    /// Plays what the converter still holds.
+    /// Plays what the path still holds.
     void playEnd();
 
     /// The device was opened anew.
     void restart();
 
-    /// The frames of the last block, as they were read.
+    /// The frames of the last block, as they left the click filter.
     [[nodiscard]] std::span<const unsigned char> lastBlock() const { return m_read; }
 
 private:
     [[nodiscard]] std::span<unsigned char> nextBlock();
+    [[nodiscard]] std::int64_t clickDelayNs() const;
+    void startOver();
+    void removeClicks(const BlockRecord& record);
     [[nodiscard]] double bias(const BlockRecord& record) const;
     void correctDrift(const BlockRecord& record, miscUtils::TimeValue now);
     [[nodiscard]] audioUtils::OutputDevice::WriteReturnValue write(std::span<unsigned char> frames);

@@ -129,6 +129,22 @@ void addDriftCorrection(CLI::App& app, Options& options)
         ->capture_default_str();
 }
 
+void addClickRemoval(CLI::App& app, ClickOptions& clicks)
+{
+    app.add_flag("!--no-click-removal", clicks.enabled,
+                 "Leave starts, stops and gaps as hard as they are");
+    app.add_option("--gap-ms", clicks.gapMs, "Ms of silence that are played over without a fade")
+        ->check(CLI::Range(0U, 1000U))
+        ->capture_default_str();
+    app.add_option("--margin-ms", clicks.marginMs, "Ms between a signal's edge and its fade")
+        ->check(CLI::Range(0U, 1000U))
+        ->capture_default_str();
+    app.add_option("--fade-ms", clicks.fadeMs, "Ms of a fade")
+        ->check(CLI::Range(0U, 1000U))
+        ->capture_default_str();
+    app.add_flag("--skip-short", clicks.skipShort, "Leave short signals as they are");
+}
+
 void addDisturbances(CLI::App& app, Options& options)
 {
     app.add_option("--source-ppm", options.sourcePpm,
@@ -180,6 +196,7 @@ std::optional<int> parseOptions(int argc, char** argv, Options& options)
                  "What converts the sample rate: float, short (16 bits, fixed point), gstreamer");
     addStreamOptions(app, options);
     addDriftCorrection(app, options);
+    addClickRemoval(app, options.clicks);
     addDisturbances(app, options);
     addOutputs(app, options);
     try {

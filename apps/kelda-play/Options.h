@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "ClickFilter.h"
 #include "DriftLoop.h"
 #include "RateConverter.h"
 #include "audioUtils/PcmDataStructures.h"
@@ -32,6 +33,7 @@ struct Options
     std::string channelMap; // in ALSA's syntax
     bool rateResample = true;
     ResamplerChoice resampler;
+    ClickOptions clicks;
 
     std::string describeFile; // of these nothing is played
     std::string describeDevice;

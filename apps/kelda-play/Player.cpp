@@ -85,6 +85,9 @@ public:
             m_converter.emplace(options.resampler, m_playlist.rate(), m_device->sampleRate(),
                                 m_layout);
         }
+        if (options.clicks.enabled) {
+            m_clicks.emplace(options.clicks, m_queued, m_playlist.rate());
+        }
         if (options.durationSeconds) {
             m_playlist.limit(static_cast<std::uint64_t>(
                 std::llround(*options.durationSeconds * m_playlist.rate())));
@@ -148,6 +151,7 @@ private:
     [[nodiscard]] RenderPath path()
     {
         RenderPath path;
+        path.clicks = m_clicks ? &*m_clicks : nullptr;
         path.converter = m_converter ? &*m_converter : nullptr;
         path.recorder = m_recorder ? &*m_recorder : nullptr;
         if (m_options.drift.correction == Correction::Device) {
@@ -231,6 +235,7 @@ private:
     std::unique_ptr<OutputDevice> m_device;
     bool m_isGone = false;
     audioUtils::PcmQueue m_queue;
+    std::optional<ClickFilter> m_clicks;
     std::optional<RateConverter> m_converter;
     DriftLoop m_drift{m_options.drift};
     std::optional<Recorder> m_recorder;

@@ -113,6 +113,7 @@ struct RateConverter::Resampler
 {
     virtual ~Resampler() = default;
     virtual void setRatio(double ratio) = 0;
+    virtual void clear() = 0;
     /// What was made of it, input frames for each output frame.
     [[nodiscard]] virtual double ratio() const = 0;
     virtual void convert(std::span<unsigned char> input, bool flush, const FrameLayout& device,
@@ -130,6 +131,11 @@ struct RateConverter::ResamplerOf : Resampler
     }
 
     void setRatio(double ratio) override { resampler.setRatio(ratio); }
+    void clear() override
+    {
+        resampler.reset();
+        resampler.setRatio(resampler.ratio); // which a reset forgets
+    }
     [[nodiscard]] double ratio() const override { return resampler.ratio; }
 
     void convert(std::span<unsigned char> input, bool flush, const FrameLayout& device,
@@ -195,6 +201,12 @@ audioUtils::PcmFormat RateConverter::inputFormat(const ResamplerChoice& choice)
 void RateConverter::adjust(double ppm)
 {
     m_resampler->setRatio(m_framesPerFrame * (1 + ppm * 1e-6));
+}
+
+void RateConverter::clear()
+{
+    m_resampler->clear();
+    m_position = 0;
 }
 
 // What the resamplers tell themselves is rounded to whole frames, 20 us.

@@ -41,6 +41,9 @@ public:
     /// with GStreamer.
     void adjust(double ppm);
 
+    /// Forgets the signal: what is converted next starts out of silence.
+    void clear();
+
     /// How long the next input waits until it comes out, in ns; exact to the fraction of a frame.
     [[nodiscard]] long latencyNs() const;
 

@@ -101,8 +101,8 @@ protected:
     /// Runs the player to its end; the arguments are a shell's.
     int play(const std::string& arguments, const std::string& before = "")
     {
-        const std::string command = before + KELDA_PLAY " " + arguments + " >" + path("out") +
-                                    " 2>" + path("err") + " </dev/null";
+        const std::string command = before + KELDA_PLAY " " + clickRemoval + arguments + " >" +
+                                    path("out") + " 2>" + path("err") + " </dev/null";
         return finish(std::system(command.c_str()));
     }
 
@@ -116,8 +116,8 @@ protected:
     /// Starts the player, sends it a signal after a while, and waits for its end.
     int interrupt(const std::string& arguments, int signal)
     {
-        const std::string command = "exec " KELDA_PLAY " " + arguments + " >" + path("out") +
-                                    " 2>" + path("err") + " </dev/null";
+        const std::string command = "exec " KELDA_PLAY " " + clickRemoval + arguments + " >" +
+                                    path("out") + " 2>" + path("err") + " </dev/null";
         const char* argv[] = {"sh", "-c", command.c_str(), nullptr};
         pid_t process = 0;
         EXPECT_EQ(
@@ -203,6 +203,7 @@ protected:
     std::string out;
     std::string err;
     std::chrono::duration<double> latency{};
+    std::string clickRemoval = "--no-click-removal "; // tests want to see every sample as it was
 };
 
 inline std::size_t numLines(const std::string& text)

@@ -1,0 +1,163 @@
+#include "ClickFilter.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstdint>
+
+#include "audioUtils/clickRemover/ClickRemover.h"
+
+namespace keldaPlay {
+
+/// A remover of any sample type, behind one face.
+struct ClickFilter::Remover
+{
+    virtual ~Remover() = default;
+    virtual void process(std::span<unsigned char> block) = 0;
+    /// Makes the remover fade out before a frame of the block that it was given last.
+    virtual void fadeOut(std::size_t framesFromEnd) = 0;
+    virtual std::size_t flush(std::span<unsigned char> rest) = 0;
+    virtual void reset() = 0;
+};
+
+namespace {
+
+/// Whether samples lie in memory as the processor has them.
+bool isNative(const SampleLayout& layout)
+{
+    return layout.bytes != 3 && layout.isBigEndian == (std::endian::native == std::endian::big);
+}
+
+} // namespace
+
+template<typename Sample>
+struct ClickFilter::RemoverOf : Remover
+{
+    RemoverOf(const ClickOptions& options, const FrameLayout& frames, unsigned int sampleRate)
+        : remover(options.gapMs, options.marginMs, options.fadeMs, options.skipShort),
+          layout(frames),
+          rate(static_cast<int>(sampleRate))
+    {
+    }
+
+    void process(std::span<unsigned char> block) override
+    {
+        const std::size_t frames = block.size() / layout.bytes();
+        withSamples(block, [&](Sample* samples) {
+            held = remover.process(samples, rate, layout.numChannels, frames);
+        });
+        written += frames;
+    }
+
+    // Positions count what has left the line, and the line's silence at the start.
+    void fadeOut(std::size_t framesFromEnd) override
+    {
+        remover.notifyUnderrun(written + held - framesFromEnd, rate);
+    }
+
+    std::size_t flush(std::span<unsigned char> rest) override
+    {
+        std::size_t frames = rest.size() / layout.bytes();
+        withSamples(rest, [&](Sample* samples) {
+            held = remover.flush(samples, rate, layout.numChannels, frames);
+        });
+        return frames;
+    }
+
+    void reset() override
+    {
+        remover.reset();
+        written = 0;
+    }
+
+    /// Gives the samples as the remover wants them, and puts them back.
+    template<typename Use>
+    void withSamples(std::span<unsigned char> block, Use use)
+    {
+        if (isNative(layout.sample)) {
+            use(reinterpret_cast<Sample*>(block.data()));
+            return;
+        }
+        if constexpr (!std::is_same_v<Sample, short>) {
+            const auto bytes = static_cast<std::size_t>(layout.sample.bytes);
+            staging.resize(block.size() / bytes);
+            for (std::size_t i = 0; i < staging.size(); ++i) {
+                unpack(staging[i], block.data() + i * bytes);
+            }
+            use(staging.data());
+            for (std::size_t i = 0; i < staging.size(); ++i) {
+                pack(staging[i], block.data() + i * bytes);
+            }
+        }
+    }
+
+    void unpack(int& sample, const unsigned char* in) const
+    {
+        sample = unpackInteger(layout.sample, in);
+    }
+    void unpack(float& sample, const unsigned char* in) const
+    {
+        sample = unpackFloat(layout.sample, in);
+    }
+    void pack(int sample, unsigned char* out) const { packInteger(layout.sample, sample, out); }
+    void pack(float sample, unsigned char* out) const { packFloat(layout.sample, sample, out); }
+
+    audioUtils::ClickRemover<Sample> remover;
+    FrameLayout layout;
+    int rate;
+    std::uint64_t written = 0;
+    std::size_t held = 0;
+    std::vector<Sample> staging;
+};
+
+ClickFilter::ClickFilter(const ClickOptions& options, const FrameLayout& layout,
+                         unsigned int sampleRate)
+    : m_layout(layout),
+      m_delayFrames(
+          audioUtils::ClickRemover<float>(options.gapMs, options.marginMs, options.fadeMs, false)
+              .minimumDelay(static_cast<int>(sampleRate))),
+      m_framesToMute((std::size_t{options.gapMs} + 1) * sampleRate / 1000)
+{
+    if (layout.sample.isFloat) {
+        m_remover = std::make_unique<RemoverOf<float>>(options, layout, sampleRate);
+    } else if (layout.sample.bytes == 2 && isNative(layout.sample)) {
+        m_remover = std::make_unique<RemoverOf<short>>(options, layout, sampleRate);
+    } else {
+        m_remover = std::make_unique<RemoverOf<int>>(options, layout, sampleRate);
+    }
+}
+
+ClickFilter::~ClickFilter() = default;
+
+void ClickFilter::interrupt(std::size_t frame)
+{
+    m_muteFrom = frame;
+    m_mute = m_framesToMute;
+}
+
+void ClickFilter::process(std::span<unsigned char> block)
+{
+    const std::size_t frames = block.size() / m_layout.bytes();
+    const bool interrupted = m_mute == m_framesToMute;
+    const std::size_t from = std::min(m_muteFrom, frames);
+    const std::size_t muted = std::min(m_mute, frames - from);
+    std::ranges::fill(block.subspan(from * m_layout.bytes(), muted * m_layout.bytes()), 0);
+    m_remover->process(block);
+    if (interrupted && muted > 0) {
+        m_remover->fadeOut(frames - from);
+    }
+    m_mute -= muted;
+    m_muteFrom = 0;
+}
+
+std::span<unsigned char> ClickFilter::flush()
+{
+    m_rest.resize(m_delayFrames * m_layout.bytes());
+    return std::span(m_rest).first(m_remover->flush(m_rest) * m_layout.bytes());
+}
+
+void ClickFilter::reset()
+{
+    m_remover->reset();
+}
+
+} // namespace keldaPlay
