@@ -1,10 +1,10 @@
 #include "Laboratory.h"
 
 #include <cmath>
-#include <cstring>
 #include <optional>
 
 #include "BlockRenderer.h"
+#include "Content.h"
 #include "VirtualDevice.h"
 #include "VirtualSource.h"
 
@@ -16,26 +16,7 @@ using keldaPlay::BlockRecord;
 using keldaPlay::BlockRenderer;
 using keldaPlay::Correction;
 
-constexpr std::size_t channels = 2;
-constexpr double framesOfLeft = 1 << 20;
-
-// The stream carries the numbers of its own frames, in two floats that hold them exactly: so a
-// block tells which moment of the source is heard.
-void numberFrames(std::uint64_t first, std::span<float> samples)
-{
-    for (std::size_t i = 0; i < samples.size() / channels; ++i) {
-        const std::uint64_t frame = first + i + 1; // 0 is silence
-        samples[channels * i] = static_cast<float>(frame % (1U << 20));
-        samples[channels * i + 1] = static_cast<float>(frame >> 20);
-    }
-}
-
-double numberAt(const unsigned char* frame)
-{
-    float numbers[channels] = {};
-    std::memcpy(numbers, frame, sizeof numbers);
-    return static_cast<double>(numbers[0]) + framesOfLeft * static_cast<double>(numbers[1]) - 1;
-}
+constexpr std::size_t channels = contentChannels;
 
 /// The number of a block's first frame; none of silence, and of what is faded or joined.
 std::optional<double> firstFrameOf(std::span<const unsigned char> block)
@@ -56,7 +37,8 @@ public:
     explicit Laboratory(const Scenario& scenario)
         : m_scenario(scenario),
           m_device(scenario, m_now, [this](double ns) { waitFor(ns); }),
-          m_source(scenario, start + startDelay, numberFrames),
+          m_source(scenario, start + startDelay,
+                   contentCalled(scenario.content, scenario.sampleRate)),
           m_drift(scenario.drift)
     {
         const auto layout = keldaPlay::layoutOf(audioUtils::F32LE);
@@ -100,6 +82,10 @@ public:
             stall();
             renderBlock();
         }
+        if (isAudio()) {
+            m_renderer->playEnd();
+            m_result.played = {m_device.played(), m_scenario.sampleRate};
+        }
         return std::move(m_result);
     }
 
@@ -107,6 +93,7 @@ private:
     static constexpr TimeValue start = 1'000'000'000'000;
     static constexpr TimeValue startDelay = 500'000'000;
 
+    [[nodiscard]] bool isAudio() const { return m_scenario.content != "numbers"; }
     [[nodiscard]] double seconds() const { return static_cast<double>(m_now - start) * 1e-9; }
 
     void waitFor(double ns)
@@ -136,7 +123,8 @@ private:
                              m_device.trueDelay(m_converter ? m_converter->latencyFrames() : 0);
         const bool wasRunning = m_device.isRunning();
         const BlockRecord record = m_renderer->render();
-        const std::optional<double> frame = firstFrameOf(m_renderer->lastBlock());
+        const std::optional<double> frame =
+            isAudio() ? std::optional(0.0) : firstFrameOf(m_renderer->lastBlock());
         const double time = static_cast<double>(now - start) * 1e-9;
 
         m_result.underruns += record.result == audioUtils::OutputDevice::Underrun ? 1 : 0;
@@ -146,7 +134,8 @@ private:
                                           record.silenceFrames + record.paddedFrames > 0);
             return;
         }
-        const double error = (heard - m_source.idealTimeOf(*frame)) / 1000;
+        const double error = isAudio() ? static_cast<double>(record.delta) / 1000
+                                       : (heard - m_source.idealTimeOf(*frame)) / 1000;
         const double needed = m_source.ppmAt(now) - m_device.truePpm();
         m_result.sync.addBlock(time, error, record.adjustmentPpm - needed);
         m_result.series.add(
@@ -171,6 +160,12 @@ private:
 Result run(const Scenario& scenario)
 {
     return Laboratory(scenario).run();
+}
+
+keldaReport::Audio runWithClicks(Scenario scenario)
+{
+    scenario.clicks.enabled = false;
+    return run(scenario).played;
 }
 
 } // namespace keldaLab

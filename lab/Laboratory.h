@@ -5,6 +5,7 @@
 #include "Journal.h"
 #include "Scenario.h"
 #include "Series.h"
+#include "Spectrum.h"
 #include "SyncStatistics.h"
 
 namespace keldaLab {
@@ -15,9 +16,13 @@ struct Result
     keldaReport::SyncStatistics sync;
     keldaReport::Series series;
     std::uint64_t underruns = 0; ///< of the device
+    keldaReport::Audio played;   ///< where the content is audio
 };
 
 /// Plays a scenario through the player's own path, in virtual time.
 [[nodiscard]] Result run(const Scenario& scenario);
+
+/// What is played of it when clicks are not removed.
+[[nodiscard]] keldaReport::Audio runWithClicks(Scenario scenario);
 
 } // namespace keldaLab

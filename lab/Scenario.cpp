@@ -121,6 +121,7 @@ Scenario parse(const Json& json)
     std::vector<Json> events;
     Members members(json, "scenario");
     members.read("title", scenario.title)
+        .read("content", scenario.content)
         .read("seconds", scenario.seconds)
         .read("seed", scenario.seed)
         .read("sampleRate", scenario.sampleRate)

@@ -38,6 +38,11 @@ struct Event
 struct Scenario
 {
     std::string title;
+
+    /// "numbers": of the frames, to measure their time; "sine": of 997 Hz at -6 dBFS, or a sound
+    /// file, both without anything above 4 kHz, to measure what is heard there of its
+    /// interruptions.
+    std::string content = "numbers";
     double seconds = 60;
     unsigned int seed = 1;
     unsigned int sampleRate = 48000;

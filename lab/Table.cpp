@@ -3,13 +3,62 @@
 #include <algorithm>
 #include <stdexcept>
 
+#include "Content.h"
+
 namespace keldaLab {
 
-std::vector<keldaReport::Line> tableOf(const Result& result, const Scenario& scenario)
+namespace {
+
+// Any interruption moves by less than that with the click filter's delay and the device's.
+constexpr double aroundSeconds = 0.4;
+// A fade of some ms spreads by some 100 Hz; a click does not end there.
+constexpr double audibleDb = -90;
+constexpr double outsideHertz = highestHertz + 1000;
+
+double loudestAround(const std::vector<double>& times, const keldaReport::Audio& audio)
+{
+    double loudest = -200;
+    for (const double time : times) {
+        loudest =
+            std::max(loudest, keldaReport::loudestAbove(audio, outsideHertz, time, aroundSeconds));
+    }
+    return loudest;
+}
+
+/// What is heard outside the signal's band around its interruptions, its start and its end.
+void addClicks(std::vector<keldaReport::Line>& table, const Result& result,
+               const keldaReport::Audio& withClicks)
+{
+    const auto interruptions = [&](const keldaReport::Audio& audio) {
+        std::vector<double> times = result.sync.eventTimes();
+        times.insert(times.end(), {0.5, audio.seconds() - 0.1});
+        return times;
+    };
+    double smallest = 200; // of the gains at each
+    const auto times = interruptions(withClicks);
+    const auto timesAfter = interruptions(result.played);
+    for (std::size_t i = 0; i < times.size(); ++i) {
+        const double before = loudestAround({times[i]}, withClicks);
+        if (before > audibleDb) {
+            smallest = std::min(smallest, before - loudestAround({timesAfter[i]}, result.played));
+        }
+    }
+    table.push_back({"with clicks", "dBFS", loudestAround(times, withClicks)});
+    table.push_back({"clicks", "dBFS", loudestAround(timesAfter, result.played)});
+    table.push_back({"clicks, change", "dB", -smallest});
+}
+
+} // namespace
+
+std::vector<keldaReport::Line> tableOf(const Result& result, const Scenario& scenario,
+                                       const keldaReport::Audio* withClicks)
 {
     std::vector<keldaReport::Line> table = keldaReport::linesOf(result.sync);
     table.push_back({"ratio jitter, rms", "ppm", result.sync.adjustmentJitter()});
     table.push_back({"underruns", "", static_cast<double>(result.underruns)});
+    if (withClicks != nullptr) {
+        addClicks(table, result, *withClicks);
+    }
     for (const auto& [name, goal] : scenario.goals) {
         const auto line = std::ranges::find(table, name, &keldaReport::Line::name);
         if (line == table.end()) {

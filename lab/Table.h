@@ -8,7 +8,10 @@
 namespace keldaLab {
 
 /// A result as a table, with the scenario's goals.
-[[nodiscard]] std::vector<keldaReport::Line> tableOf(const Result& result,
-                                                     const Scenario& scenario);
+/// @param withClicks what the scenario sounds like without their removal, where its content is
+/// audio
+[[nodiscard]] std::vector<keldaReport::Line>
+tableOf(const Result& result, const Scenario& scenario,
+        const keldaReport::Audio* withClicks = nullptr);
 
 } // namespace keldaLab

@@ -18,9 +18,15 @@ VirtualDevice::VirtualDevice(const Scenario& scenario, const TimeValue& now,
 {
 }
 
-audioUtils::OutputDevice::WriteReturnValue VirtualDevice::write(void* /*buffer*/,
+audioUtils::OutputDevice::WriteReturnValue VirtualDevice::write(void* buffer,
                                                                 std::uint64_t numFrames)
 {
+    if (m_scenario.content != "numbers") {
+        const auto* const samples = static_cast<const float*>(buffer);
+        for (std::uint64_t i = 0; i < numFrames; ++i) {
+            m_played.push_back(samples[2 * i]);
+        }
+    }
     play();
     const bool ranDry = m_running && m_queued <= 0;
     if (ranDry) {

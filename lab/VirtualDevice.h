@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <random>
+#include <vector>
 
 #include "CrystalClock.h"
 #include "Scenario.h"
@@ -57,6 +58,9 @@ public:
     /// The device's PLL.
     void setPll(double ppm) { m_pllPpm = ppm; }
 
+    /// What was written of the left channel, if the content is audio.
+    [[nodiscard]] const std::vector<float>& played() const { return m_played; }
+
     /// Plays until now.
     void play();
 
@@ -81,6 +85,7 @@ private:
     double m_queued = 0; // frames
     TimeValue m_playedUntil;
     audioUtils::RenderingDelay m_delay;
+    std::vector<float> m_played;
 };
 
 } // namespace keldaLab

@@ -7,6 +7,7 @@
 #include <span>
 #include <vector>
 
+#include "Content.h"
 #include "CrystalClock.h"
 #include "Scenario.h"
 #include "audioUtils/PcmQueue.h"
@@ -19,9 +20,6 @@ using miscUtils::TimeValue;
 class VirtualSource
 {
 public:
-    /// Fills a packet, stereo, from a frame of the stream on.
-    using Content = std::function<void(std::uint64_t firstFrame, std::span<float> samples)>;
-
     VirtualSource(const Scenario& scenario, TimeValue start, Content content);
 
     /// When the next packet arrives, ns.

@@ -44,11 +44,18 @@ int main(int argc, char** argv)
             scenario.seconds = seconds;
         }
         const keldaLab::Result result = keldaLab::run(scenario);
-        const std::vector<keldaReport::Line> table = keldaLab::tableOf(result, scenario);
+        const keldaReport::Audio without = result.played.samples.empty()
+                                               ? keldaReport::Audio()
+                                               : keldaLab::runWithClicks(scenario);
+        const std::vector<keldaReport::Line> table =
+            keldaLab::tableOf(result, scenario, without.samples.empty() ? nullptr : &without);
         std::printf("%s\n%s", scenario.title.c_str(), keldaReport::textOf(table).c_str());
         if (!reportFolder.empty()) {
-            keldaReport::write(reportFolder, {scenario.title, table, result.series.spans(),
-                                              result.sync.eventTimes()});
+            const bool isAudio = !without.samples.empty();
+            keldaReport::write(reportFolder,
+                               {scenario.title, table, result.series.spans(),
+                                result.sync.eventTimes(), isAudio ? &without : nullptr,
+                                isAudio ? &result.played : nullptr});
         }
         return keldaReport::isReached(table) ? 0 : 1;
     } catch (const std::exception& error) {

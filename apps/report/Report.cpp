@@ -10,6 +10,8 @@
 #include <limits>
 #include <sstream>
 #include <stdexcept>
+#include <string_view>
+#include <tuple>
 
 namespace keldaReport {
 
@@ -108,11 +110,34 @@ void draw(const fs::path& folder, const Contents& contents)
     fs::remove(folder / "gnuplot.log");
 }
 
-std::string pictureOf(const fs::path& path)
+std::string readFile(const fs::path& path)
 {
     std::ostringstream text;
-    text << std::ifstream(path).rdbuf();
-    const std::string picture = text.str();
+    text << std::ifstream(path, std::ios::binary).rdbuf();
+    return text.str();
+}
+
+std::string base64(const std::string& bytes)
+{
+    constexpr std::string_view digits =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::string text;
+    for (std::size_t i = 0; i < bytes.size(); i += 3) {
+        std::uint32_t group = 0;
+        for (std::size_t k = 0; k < 3; ++k) {
+            const auto byte = i + k < bytes.size() ? static_cast<unsigned char>(bytes[i + k]) : 0U;
+            group = group << 8U | byte;
+        }
+        for (std::size_t k = 0; k < 4; ++k) {
+            text += i + k > bytes.size() ? '=' : digits[group >> (18 - 6 * k) & 63U];
+        }
+    }
+    return text;
+}
+
+std::string pictureOf(const fs::path& path)
+{
+    const std::string picture = readFile(path);
     const std::size_t begin = picture.find("<svg");
     return begin == std::string::npos ? "" : picture.substr(begin);
 }
@@ -158,6 +183,14 @@ void writePage(const fs::path& folder, const Contents& contents)
           std::pair("How much faster than nominal", "adjustment.svg"),
           std::pair("What the queue holds", "fill.svg")}) {
         out << "<h2>" << heading << "</h2>\n" << pictureOf(folder / file) << '\n';
+    }
+    for (const auto& [heading, file, audio] :
+         {std::tuple("What was read from the queue", "before.png", contents.before),
+          std::tuple("What was played, clicks removed", "after.png", contents.after)}) {
+        if (audio != nullptr) {
+            out << "<h2>" << heading << "</h2>\n<img src=\"data:image/png;base64,"
+                << base64(readFile(folder / file)) << "\" alt=spectrogram>\n";
+        }
     }
     out << "</html>\n";
     checkWritten(out, folder / "index.html");
@@ -207,6 +240,12 @@ void write(const std::string& folder, const Contents& contents)
     fs::create_directories(path, error);
     writeTrace(path / "trace.csv", contents.spans);
     draw(path, contents);
+    if (contents.before != nullptr) {
+        drawSpectrogram(folder, "before", *contents.before);
+    }
+    if (contents.after != nullptr) {
+        drawSpectrogram(folder, "after", *contents.after);
+    }
     writePage(path, contents);
 }
 

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "Series.h"
+#include "Spectrum.h"
 #include "SyncStatistics.h"
 
 namespace keldaReport {
@@ -34,6 +35,8 @@ struct Contents
     const std::vector<Line>& table;
     const std::vector<Series::Span>& spans;
     const std::vector<double>& eventTimes; ///< s
+    const Audio* before = nullptr;         ///< without the removal of clicks; null: not known
+    const Audio* after = nullptr;
 };
 
 /// Writes a folder that tells whether a stream was in sync: index.html, which needs nothing else,
