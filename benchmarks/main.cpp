@@ -20,6 +20,9 @@ constexpr const char* pairs[][2] = {
     {"pcmQueue/withoutTimestamps", "bareRing"},
     {"alsaOutputDevice", "bareWritei/alone"},
     {"alsaOutputDevice", "bareWritei/andState"},
+    {"clickRemover/short", "twoCopiesAndALook/short"}, // aim: at most 2.5
+    {"clickRemover/int", "twoCopiesAndALook/int"},
+    {"clickRemover/float", "twoCopiesAndALook/float"},
 };
 
 /// Prints the table as usual and keeps the medians.

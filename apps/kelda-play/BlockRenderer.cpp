@@ -43,7 +43,9 @@ BlockRecord BlockRenderer::render()
     complete(record, m_read.size() / m_queued.bytes(), framesRead);
     record.delta -= std::llround(bias(record));
     correctDrift(record, now);
+    capture(m_path.before);
     removeClicks(record);
+    capture(m_path.after);
     record.adjustmentPpm = m_path.drift != nullptr ? m_path.drift->ppm() : 0;
     record.result = write(m_path.converter != nullptr ? m_path.converter->convert(m_read) : m_read);
     return record;
@@ -65,6 +67,13 @@ void BlockRenderer::startOver()
         if (m_path.converter != nullptr) {
             m_path.converter->clear();
         }
+    }
+}
+
+void BlockRenderer::capture(SoundCapture* capture)
+{
+    if (capture != nullptr) {
+        capture->append(m_read);
     }
 }
 

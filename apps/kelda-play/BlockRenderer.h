@@ -10,6 +10,7 @@
 #include "Journal.h"
 #include "RateConverter.h"
 #include "Recorder.h"
+#include "SoundCapture.h"
 #include "audioUtils/PcmQueue.h"
 #include "audioUtils/device/OutputDevice.h"
 
@@ -23,6 +24,8 @@ struct RenderPath
     DriftLoop* drift = nullptr;         ///< that is fed the timing errors
     std::function<void(double ppm)> setDeviceRate; ///< of a device that has a PLL
     Recorder* recorder = nullptr;                  ///< gets what the device has taken
+    SoundCapture* before = nullptr;                ///< gets what was read, and padded
+    SoundCapture* after = nullptr;                 ///< gets it without its clicks
 };
 
 /// The whole of playing in time, a block at a time and on any clock.
@@ -55,6 +58,7 @@ private:
     [[nodiscard]] std::span<unsigned char> nextBlock();
     [[nodiscard]] std::int64_t clickDelayNs() const;
     void startOver();
+    void capture(SoundCapture* capture);
     void removeClicks(const BlockRecord& record);
     [[nodiscard]] double bias(const BlockRecord& record) const;
     void correctDrift(const BlockRecord& record, miscUtils::TimeValue now);

@@ -92,6 +92,10 @@ public:
             m_playlist.limit(static_cast<std::uint64_t>(
                 std::llround(*options.durationSeconds * m_playlist.rate())));
         }
+        if (!options.reportFolder.empty()) {
+            m_before.emplace(m_queued, m_playlist.rate());
+            m_after.emplace(m_queued, m_playlist.rate());
+        }
         if (!options.pll.empty()) {
             m_pll.emplace(options.pll);
         }
@@ -136,7 +140,8 @@ public:
             std::rethrow_exception(producerError);
         }
         if (!m_options.reportFolder.empty()) {
-            m_sync.write(m_options.reportFolder, m_options.device + ": " + m_options.files.front());
+            m_sync.write(m_options.reportFolder, m_options.device + ": " + m_options.files.front(),
+                         m_before->audio(), m_after->audio());
         }
         return checkedResult();
     }
@@ -151,6 +156,8 @@ private:
     [[nodiscard]] RenderPath path()
     {
         RenderPath path;
+        path.before = m_before ? &*m_before : nullptr;
+        path.after = m_after ? &*m_after : nullptr;
         path.clicks = m_clicks ? &*m_clicks : nullptr;
         path.converter = m_converter ? &*m_converter : nullptr;
         path.recorder = m_recorder ? &*m_recorder : nullptr;
@@ -236,6 +243,8 @@ private:
     bool m_isGone = false;
     audioUtils::PcmQueue m_queue;
     std::optional<ClickFilter> m_clicks;
+    std::optional<SoundCapture> m_before; // for the report
+    std::optional<SoundCapture> m_after;
     std::optional<RateConverter> m_converter;
     DriftLoop m_drift{m_options.drift};
     std::optional<Recorder> m_recorder;

@@ -4,6 +4,7 @@
 
 #include "Journal.h"
 #include "Series.h"
+#include "Spectrum.h"
 #include "SyncStatistics.h"
 
 namespace keldaPlay {
@@ -15,7 +16,9 @@ public:
     void add(const BlockRecord& record);
 
     /// Throws std::runtime_error when it can't be written.
-    void write(const std::string& folder, const std::string& title) const;
+    /// @param before, after the sound without and with the removal of its clicks
+    void write(const std::string& folder, const std::string& title,
+               const keldaReport::Audio& before, const keldaReport::Audio& after) const;
 
 private:
     keldaReport::SyncStatistics m_sync;
