@@ -93,6 +93,24 @@ std::size_t lastSignal(const T* data, std::size_t begin, std::size_t end)
     return notFound;
 }
 
+/// Swaps samples by copies of whole chunks, which stay in registers.
+template<typename T>
+void swapSamples(T* a, T* b, std::size_t samples)
+{
+    const auto swapSome = [&](std::size_t count) {
+        T kept[chunkSamples];
+        std::copy_n(a, count, kept);
+        std::copy_n(b, count, a);
+        std::copy_n(kept, count, b);
+        a += count;
+        b += count;
+    };
+    for (; samples >= chunkSamples; samples -= chunkSamples) {
+        swapSome(chunkSamples);
+    }
+    swapSome(samples);
+}
+
 template<typename T>
 struct Scale;
 
@@ -161,14 +179,14 @@ void ClickRemover<T>::exchange(T* data, std::size_t samples)
     if (samples > m_line.size()) {
         alignLine();
         T* const rest = data + samples - m_line.size();
-        std::swap_ranges(m_line.begin(), m_line.end(), rest);
+        swapSamples(m_line.data(), rest, m_line.size());
         std::rotate(data, rest, data + samples);
         return;
     }
     const std::size_t toEnd = std::min(samples, m_line.size() - m_first);
     T* const first = m_line.data() + m_first;
-    std::swap_ranges(data, data + toEnd, first);
-    std::swap_ranges(data + toEnd, data + samples, m_line.data());
+    swapSamples(data, first, toEnd);
+    swapSamples(data + toEnd, m_line.data(), samples - toEnd);
     m_first += samples;
     m_first -= m_first >= m_line.size() ? m_line.size() : 0;
 }
