@@ -6,9 +6,13 @@
 #include "audioUtils/AudioDataStructures.h"
 #include "audioUtils/DsdDataStructures.h"
 #include "audioUtils/PcmDataStructures.h"
+#include "audioUtils/LowPassFilter.h"
 #include "audioUtils/PcmQueue.h"
+#include "audioUtils/PllDriftCompensator.h"
+#include "audioUtils/clickRemover/ClickRemover.h"
 #include "audioUtils/device/FakeOutputDevice.h"
 #include "audioUtils/device/OutputDevice.h"
+#include "audioUtils/pid/Pid.h"
 #include "audioUtils/resample/GStreamerResampler.h"
 #include "audioUtils/resample/HighQualityResamplerShort.h"
 #include "miscUtils/ScopedFunction.h"
@@ -45,11 +49,24 @@ int main()
                   audioUtils::GStreamerResampler::Float32);
     audioUtils::GStreamerResampler resampler(2, 48000, 48000, audioUtils::GStreamerResampler::Int16,
                                              5);
+    audioUtils::PID pid(1, 0, 0, audioUtils::PID::Reverse);
+    pid.setMode(audioUtils::PID::Mode::Automatic);
+    audioUtils::LowPassFilter lowPass;
+    int adjustment = 1;
+    PllDriftCompensator compensator(
+        -100, 100, pid.compute(lowPass.filter(1), 1000), 0, 0,
+        [&](int value) { adjustment = value; }, 50, 1.0);
+    compensator.update(0, now);
+    short line[96] = {};
+    audioUtils::ClickRemover<short> remover(10, 5, 5, false);
+    const audioUtils::StreamPosition held = remover.process(line, 48000, 2, 48);
+    const bool steered = adjustment == 0 && held == 960;
+
     const bool copied = resampler.calculateOutputBufferSize(48) == 48;
 
     const miscUtils::VariantHash description{{"sampleRate", 48000L}, {"name", "outside"}};
     std::cout << miscUtils::Variant(description) << ' ' << miscUtils::VariantType::Array << ' '
               << audioUtils::toString(audioUtils::S16LE) << ' ' << audioUtils::pcmAudioType() << ' '
               << dbglog_scopedFunction(__PRETTY_FUNCTION__, "AudioUtils") << '\n';
-    return played && refused && copied && delta == 0 ? 0 : 1;
+    return played && refused && steered && copied && delta == 0 ? 0 : 1;
 }

@@ -13,17 +13,9 @@ using testing::HasSubstr;
 namespace {
 
 /// Stereo of one value throughout: every edge of it is as hard as can be.
-void createDirectCurrent(const std::string& path, int format, sf_count_t frames)
+void createDirectCurrent(const std::string& path, int format, std::size_t frames)
 {
-    SF_INFO info{};
-    info.samplerate = 48000;
-    info.channels = 2;
-    info.format = format;
-    SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
-    ASSERT_NE(file, nullptr) << sf_strerror(nullptr);
-    const std::vector<double> samples(static_cast<std::size_t>(frames) * 2, 0.5);
-    EXPECT_EQ(sf_writef_double(file, samples.data(), frames), frames);
-    sf_close(file);
+    writeStereo(path, format, std::vector<double>(frames * 2, 0.5));
 }
 
 double largestStep(const std::vector<double>& samples)

@@ -47,23 +47,31 @@ inline Sound load(const std::string& path)
     return sound;
 }
 
-/// Writes an exactly reproducible stereo noise with a quiet sine on top.
-inline void createSound(const std::string& path, int format, sf_count_t frames)
+/// Writes interleaved stereo.
+inline void writeStereo(const std::string& path, int format, const std::vector<double>& samples,
+                        int rate = 48000)
 {
     SF_INFO info{};
-    info.samplerate = 48000;
+    info.samplerate = rate;
     info.channels = 2;
     info.format = format;
     SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
     ASSERT_NE(file, nullptr) << sf_strerror(nullptr);
+    const auto frames = static_cast<sf_count_t>(samples.size() / 2);
+    EXPECT_EQ(sf_writef_double(file, samples.data(), frames), frames);
+    sf_close(file);
+}
+
+/// Writes an exactly reproducible stereo noise.
+inline void createSound(const std::string& path, int format, sf_count_t frames)
+{
     std::vector<double> samples(static_cast<std::size_t>(frames) * 2);
     unsigned int random = 1;
     for (double& sample : samples) {
         random = random * 1664525U + 1013904223U;
         sample = random / 4294967296.0 * 1.4 - 0.7;
     }
-    EXPECT_EQ(sf_writef_double(file, samples.data(), frames), frames);
-    sf_close(file);
+    writeStereo(path, format, samples);
 }
 
 /// 16-bit stereo in which each frame, read as 32 bits, is its number, from 1 on.

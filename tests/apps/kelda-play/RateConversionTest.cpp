@@ -19,19 +19,12 @@ namespace {
 /// Stereo, 1 kHz, the right channel the negative of the left.
 void createSine(const std::string& path, int rate, sf_count_t frames, int format)
 {
-    SF_INFO info{};
-    info.samplerate = rate;
-    info.channels = 2;
-    info.format = format;
-    SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
-    ASSERT_NE(file, nullptr) << sf_strerror(nullptr);
     std::vector<double> samples;
     for (sf_count_t i = 0; i < frames; ++i) {
         const double sample = 0.7 * std::sin(2 * M_PI * 1000 * static_cast<double>(i) / rate);
         samples.insert(samples.end(), {sample, -sample});
     }
-    EXPECT_EQ(sf_writef_double(file, samples.data(), frames), frames);
-    sf_close(file);
+    writeStereo(path, format, samples, rate);
 }
 
 std::vector<double> channel(const Sound& sound, std::size_t number)
