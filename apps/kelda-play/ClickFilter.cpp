@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <bit>
-#include <cstdint>
+#include <optional>
 
 #include "audioUtils/clickRemover/ClickRemover.h"
 
@@ -29,44 +29,81 @@ bool isNative(const SampleLayout& layout)
 
 } // namespace
 
+/// A remover that is replaced by a new one when it has counted far enough: as soon as both give the
+/// same, as they do in the midst of a signal, nobody hears the change.
 template<typename Sample>
 struct ClickFilter::RemoverOf : Remover
 {
-    RemoverOf(const ClickOptions& options, const FrameLayout& frames, unsigned int sampleRate)
-        : remover(options.gapMs, options.marginMs, options.fadeMs, options.skipShort),
+    /// A remover, and where it is.
+    struct Line
+    {
+        audioUtils::ClickRemover<Sample> remover;
+        std::uint64_t written = 0;
+        std::size_t held = 0;
+    };
+
+    RemoverOf(const ClickOptions& options, const FrameLayout& frames, unsigned int sampleRate,
+              std::uint64_t renewal)
+        : fresh{{options.gapMs, options.marginMs, options.fadeMs, options.skipShort}},
           layout(frames),
-          rate(static_cast<int>(sampleRate))
+          rate(static_cast<int>(sampleRate)),
+          renewAfter(renewal)
     {
     }
 
     void process(std::span<unsigned char> block) override
     {
-        const std::size_t frames = block.size() / layout.bytes();
-        withSamples(block, [&](Sample* samples) {
-            held = remover.process(samples, rate, layout.numChannels, frames);
+        const std::size_t samples = block.size() / static_cast<std::size_t>(layout.sample.bytes);
+        withSamples(block, [&](Sample* data) {
+            if (line.written > renewAfter && !successor) {
+                successor = fresh;
+            }
+            if (!successor) {
+                process(line, data, samples);
+                return;
+            }
+            copy.assign(data, data + samples);
+            process(line, data, samples);
+            process(*successor, copy.data(), samples);
+            if (successor->written > successor->held &&
+                std::equal(copy.begin(), copy.end(), data)) {
+                line = std::move(*successor);
+                successor.reset();
+            }
         });
-        written += frames;
+    }
+
+    void process(Line& to, Sample* data, std::size_t samples)
+    {
+        const std::size_t frames = samples / layout.numChannels;
+        to.held = to.remover.process(data, rate, layout.numChannels, frames);
+        to.written += frames;
     }
 
     // Positions count what has left the line, and the line's silence at the start.
     void fadeOut(std::size_t framesFromEnd) override
     {
-        remover.notifyUnderrun(written + held - framesFromEnd, rate);
+        line.remover.notifyUnderrun(line.written + line.held - framesFromEnd, rate);
+        if (successor) {
+            successor->remover.notifyUnderrun(successor->written + successor->held - framesFromEnd,
+                                              rate);
+        }
     }
 
     std::size_t flush(std::span<unsigned char> rest) override
     {
         std::size_t frames = rest.size() / layout.bytes();
         withSamples(rest, [&](Sample* samples) {
-            held = remover.flush(samples, rate, layout.numChannels, frames);
+            line.held = line.remover.flush(samples, rate, layout.numChannels, frames);
         });
         return frames;
     }
 
     void reset() override
     {
-        remover.reset();
-        written = 0;
+        line.remover.reset();
+        line.written = 0;
+        successor.reset();
     }
 
     /// Gives the samples as the remover wants them, and puts them back.
@@ -101,16 +138,18 @@ struct ClickFilter::RemoverOf : Remover
     void pack(int sample, unsigned char* out) const { packInteger(layout.sample, sample, out); }
     void pack(float sample, unsigned char* out) const { packFloat(layout.sample, sample, out); }
 
-    audioUtils::ClickRemover<Sample> remover;
+    Line fresh;
+    Line line = fresh;
+    std::optional<Line> successor;
     FrameLayout layout;
     int rate;
-    std::uint64_t written = 0;
-    std::size_t held = 0;
+    std::uint64_t renewAfter;
     std::vector<Sample> staging;
+    std::vector<Sample> copy;
 };
 
 ClickFilter::ClickFilter(const ClickOptions& options, const FrameLayout& layout,
-                         unsigned int sampleRate)
+                         unsigned int sampleRate, std::uint64_t renewAfter)
     : m_layout(layout),
       m_delayFrames(
           audioUtils::ClickRemover<float>(options.gapMs, options.marginMs, options.fadeMs, false)
@@ -118,11 +157,11 @@ ClickFilter::ClickFilter(const ClickOptions& options, const FrameLayout& layout,
       m_framesToMute((std::size_t{options.gapMs} + 1) * sampleRate / 1000)
 {
     if (layout.sample.isFloat) {
-        m_remover = std::make_unique<RemoverOf<float>>(options, layout, sampleRate);
+        m_remover = std::make_unique<RemoverOf<float>>(options, layout, sampleRate, renewAfter);
     } else if (layout.sample.bytes == 2 && isNative(layout.sample)) {
-        m_remover = std::make_unique<RemoverOf<short>>(options, layout, sampleRate);
+        m_remover = std::make_unique<RemoverOf<short>>(options, layout, sampleRate, renewAfter);
     } else {
-        m_remover = std::make_unique<RemoverOf<int>>(options, layout, sampleRate);
+        m_remover = std::make_unique<RemoverOf<int>>(options, layout, sampleRate, renewAfter);
     }
 }
 

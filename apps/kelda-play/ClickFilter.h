@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <span>
 #include <vector>
@@ -23,7 +24,10 @@ struct ClickOptions
 class ClickFilter
 {
 public:
-    ClickFilter(const ClickOptions& options, const FrameLayout& layout, unsigned int sampleRate);
+    /// @param renewAfter frames; the remover counts them in 32 bits, and would fall silent in the
+    /// end
+    ClickFilter(const ClickOptions& options, const FrameLayout& layout, unsigned int sampleRate,
+                std::uint64_t renewAfter = std::uint64_t{1} << 30);
     ~ClickFilter();
     ClickFilter(const ClickFilter&) = delete;
     ClickFilter& operator=(const ClickFilter&) = delete;

@@ -96,6 +96,33 @@ TEST(ClickFilterTest, FadesAroundAnInterruption)
     EXPECT_EQ(*(meeting + 17 * 48), -0.5F);
 }
 
+// A remover is renewed after hours, which nobody must hear: here after half a second.
+TEST(ClickFilterTest, IsRenewedUnheard)
+{
+    constexpr keldaPlay::FrameLayout mono{{4, 32, true, false}, 1};
+    keldaPlay::ClickFilter renewed({}, mono, 48000, 24000);
+    keldaPlay::ClickFilter old({}, mono, 48000);
+    unsigned int random = 1;
+    for (int block = 0; block < 2000; ++block) {
+        std::vector<float> a(480);
+        for (std::size_t i = 0; i < a.size(); ++i) {
+            const bool loud = block % 37 > 5 || (block % 37 == 5 && i > 200);
+            a[i] =
+                loud ? 0.5F + 0.001F * static_cast<float>((block * 480 + static_cast<int>(i)) % 97)
+                     : 0;
+        }
+        std::vector<float> b = a;
+        random = random * 1664525U + 1013904223U;
+        if (random % 50 == 0) {
+            renewed.interrupt(random % 480);
+            old.interrupt(random % 480);
+        }
+        renewed.process({reinterpret_cast<unsigned char*>(a.data()), 480 * sizeof(float)});
+        old.process({reinterpret_cast<unsigned char*>(b.data()), 480 * sizeof(float)});
+        ASSERT_EQ(a, b) << block;
+    }
+}
+
 TEST(ClickFilterTest, FadesOutWhatIsFlushed)
 {
     constexpr keldaPlay::FrameLayout mono{{4, 32, true, false}, 1};

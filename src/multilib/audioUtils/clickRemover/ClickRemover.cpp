@@ -18,15 +18,18 @@ constexpr double twoPi = 6.283185307179586;
 constexpr std::size_t reserveMs = 5; // of the delay, beyond what the fades need
 constexpr std::size_t notFound = ~std::size_t{0};
 
-/// Prints a position; all bits set are no position.
+/// Prints a position; -1 is none.
+template<typename Position>
 struct Printed
 {
-    StreamPosition position;
+    Position position;
 };
 
-std::ostream& operator<<(std::ostream& out, const Printed& printed)
+template<typename Position>
+std::ostream& operator<<(std::ostream& out, const Printed<Position>& printed)
 {
-    return printed.position == ~StreamPosition{0} ? out << "Invalid" : out << printed.position;
+    return printed.position == static_cast<Position>(-1) ? out << "Invalid"
+                                                         : out << printed.position;
 }
 
 // Positions are 32-bit numbers here, on purpose, and wrap.
@@ -285,8 +288,9 @@ void ClickRemover<T>::onRead(StreamPosition pos, T* data, std::int32_t sampleRat
             faded = clamped(to);
             if (faded != clamped(from)) {
                 KELDA_LOG(logger, DEBUG,
-                          "read at " << Printed{pos} << ", fade out: " << outStart << " -> "
-                                     << outEnd << " (" << clamped(from) << " -> " << faded << ")");
+                          "read at " << Printed{pos} << ", fade out: " << Printed{outStart}
+                                     << " -> " << Printed{outEnd} << " (" << clamped(from) << " -> "
+                                     << faded << ")");
                 fade(data, channels, clamped(from), faded,
                      [&](std::int32_t frame) { return to - 1 - frame; });
             }
@@ -310,8 +314,8 @@ void ClickRemover<T>::onRead(StreamPosition pos, T* data, std::int32_t sampleRat
     }
     if (from != to) {
         KELDA_LOG(logger, DEBUG,
-                  "read at " << Printed{pos} << ", fade in: " << inStart << " -> " << inEnd << " ("
-                             << from << " -> " << to << ")");
+                  "read at " << Printed{pos} << ", fade in: " << Printed{inStart} << " -> "
+                             << Printed{inEnd} << " (" << from << " -> " << to << ")");
         const std::int32_t first = difference(position, inStart);
         fade(data, channels, from, to, [&](std::int32_t frame) { return frame + first; });
     }
