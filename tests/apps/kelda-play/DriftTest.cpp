@@ -137,10 +137,9 @@ TEST_F(DriftTest, TheResamplerFollowsTheSource)
 {
     createSound(path("a.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 10 * 48000);
     FaultySoundCard card; // whose delay does not depend on when its writer wakes up
-    ASSERT_EQ(
-        play("--device faulty --period 480 --buffer 4800 --source-ppm 300 --correct resample " +
-             outputs() + "--report " + path("report") + " " + path("a.wav")),
-        0)
+    ASSERT_EQ(play("--device faulty --source-ppm 300 --correct resample" + patient + outputs() +
+                   "--report " + path("report") + " " + path("a.wav")),
+              0)
         << err;
     EXPECT_NEAR(meanAdjustment(), 300, 30);
     EXPECT_THAT(out, HasSubstr("0 frames skipped, 0 missing, 0 underruns"));
@@ -152,9 +151,9 @@ TEST_F(DriftTest, TheDevicesRateFollowsTheSource)
     createSound(path("a.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 10 * 48000);
     FaultySoundCard card;
     card->crystalPpm = 100;
-    ASSERT_EQ(play("--device faulty --period 480 --buffer 4800 --source-ppm -200 --correct device "
-                   "--pll 'faulty,Playback Pitch 1000000' " +
-                   outputs() + path("a.wav")),
+    ASSERT_EQ(play("--device faulty --source-ppm -200 --correct device --pll 'faulty,Playback "
+                   "Pitch 1000000'" +
+                   patient + outputs() + path("a.wav")),
               0)
         << err;
     EXPECT_NEAR(meanAdjustment(), -300, 40);
