@@ -88,8 +88,9 @@ void numberFrames(std::uint64_t firstFrame, std::span<float> samples)
 {
     for (std::size_t i = 0; i < samples.size() / contentChannels; ++i) {
         const std::uint64_t number = firstFrame + i + 1;
+        const std::uint64_t high = number / framesOfLeft;
         samples[contentChannels * i] = static_cast<float>(number % framesOfLeft);
-        samples[contentChannels * i + 1] = static_cast<float>(number / framesOfLeft);
+        samples[contentChannels * i + 1] = static_cast<float>(high);
     }
 }
 

@@ -22,13 +22,14 @@ constexpr std::size_t channels = contentChannels;
 std::optional<double> firstFrameOf(std::span<const unsigned char> block)
 {
     constexpr std::size_t bytesPerFrame = channels * sizeof(float);
-    const double frames = static_cast<double>(block.size() / bytesPerFrame);
-    if (frames < 1) {
+    const std::size_t frames = block.size() / bytesPerFrame;
+    if (frames == 0) {
         return std::nullopt;
     }
     const double first = numberAt(block.data());
     const double last = numberAt(block.data() + block.size() - bytesPerFrame);
-    return first >= 0 && last - first == frames - 1 ? std::optional(first) : std::nullopt;
+    return first >= 0 && last - first == static_cast<double>(frames - 1) ? std::optional(first)
+                                                                         : std::nullopt;
 }
 
 class Laboratory

@@ -231,9 +231,10 @@ std::size_t RateConverter::inputFramesFor(std::size_t outFrames)
 std::span<unsigned char> RateConverter::convert(std::span<unsigned char> input, bool flush)
 {
     m_resampler->convert(input, flush, m_device, m_output);
-    const auto framesOut = static_cast<double>(m_output.size() / m_device.bytes());
+    const std::size_t framesIn = input.size() / m_inputBytesPerFrame;
+    const std::size_t framesOut = m_output.size() / m_device.bytes();
     m_position +=
-        framesOut * m_resampler->ratio() - static_cast<double>(input.size() / m_inputBytesPerFrame);
+        static_cast<double>(framesOut) * m_resampler->ratio() - static_cast<double>(framesIn);
     return m_output;
 }
 

@@ -70,6 +70,7 @@ void writeTrace(const fs::path& path, const std::vector<Series::Span>& spans)
 double errorRange(const std::vector<Series::Span>& spans)
 {
     std::vector<double> sizes;
+    sizes.reserve(spans.size());
     for (const Series::Span& span : spans) {
         sizes.push_back(std::max(std::abs(span.smallestErrorUs), std::abs(span.largestErrorUs)));
     }

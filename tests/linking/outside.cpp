@@ -5,8 +5,8 @@
 
 #include "audioUtils/AudioDataStructures.h"
 #include "audioUtils/DsdDataStructures.h"
-#include "audioUtils/PcmDataStructures.h"
 #include "audioUtils/LowPassFilter.h"
+#include "audioUtils/PcmDataStructures.h"
 #include "audioUtils/PcmQueue.h"
 #include "audioUtils/PllDriftCompensator.h"
 #include "audioUtils/clickRemover/ClickRemover.h"

@@ -22,6 +22,8 @@ constexpr std::size_t notFound = ~std::size_t{0};
 template<typename Position>
 struct Printed
 {
+    explicit Printed(Position value) : position(value) {}
+
     Position position;
 };
 

@@ -5,8 +5,8 @@
 
 #include "miscUtils/Export.h"
 
-struct _GstCaps; // GStreamer's GstCaps: programs that don't ask for caps need no headers of
-                 // GStreamer's
+// GStreamer's GstCaps: programs that don't ask for caps need no headers of GStreamer's.
+struct _GstCaps; // NOLINT(bugprone-reserved-identifier)
 
 namespace audioUtils {
 
