@@ -45,7 +45,8 @@ TimeValueDelta DeviceDelay::next(TimeValue now)
     if (told <= -largest || largest <= told) {
         return m_last; // says nothing at all
     }
-    if (!isBelievable(told, expected)) {
+    const bool isFilling = !m_known || now - m_startTime < startInterval;
+    if (!isFilling && !isBelievable(told, expected)) {
         return expected;
     }
     estimateRate(now, told - expected);
@@ -80,7 +81,7 @@ void DeviceDelay::estimateRate(TimeValue now, TimeValueDelta step)
 bool DeviceDelay::isBelievable(TimeValueDelta delay, TimeValueDelta expected)
 {
     const TimeValueDelta step = delay - expected;
-    const bool isOff = m_known && !m_refilling && (step < -largestStep || largestStep < step);
+    const bool isOff = !m_refilling && (step < -largestStep || largestStep < step);
     m_doubts = isOff && m_doubts < mostDoubts ? m_doubts + 1 : 0;
     return m_doubts == 0;
 }

@@ -497,12 +497,12 @@ TEST(GStreamerResamplerTest, ResetsAtEqualRates)
 TEST(GStreamerResamplerTest, LosesNoFrameInHours)
 {
     GStreamerResampler resampler(1, 8000, 11025, GStreamerResampler::Int16, 1);
-    std::vector<short> in = sine<short>(800, 0.01);
+    std::vector<short> in = sine<short>(2000, 0.01);
     std::vector<short> out(4000);
     std::int64_t total = 0;
-    constexpr int blocks = 3 * 36000; // of 100 ms
+    constexpr int blocks = 3 * 14400; // of 250 ms
     for (int block = 1; block <= blocks; ++block) {
-        total += resampler.resample(in.data(), 800, out.data(), 4000, block == blocks);
+        total += resampler.resample(in.data(), 2000, out.data(), 4000, block == blocks);
     }
     EXPECT_NEAR(static_cast<double>(total), 3 * 3600 * 11025.0, 2);
 }
