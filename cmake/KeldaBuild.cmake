@@ -18,6 +18,14 @@ set(KELDA_SANITIZERS "" CACHE STRING "Sanitizers for every target, e.g. address,
 option(KELDA_COVERAGE "Instrument every target for gcov" OFF)
 option(KELDA_WARNINGS_AS_ERRORS "Fail the build on any warning" ON)
 
+# A cache of compilations, where a machine has one, that serves every checkout of this project. It
+# can't serve the notes that gcov needs: they name the folder.
+find_program(KELDA_CCACHE ccache)
+if(KELDA_CCACHE AND NOT KELDA_COVERAGE)
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${CMAKE_COMMAND} -E env
+    CCACHE_BASEDIR=${CMAKE_SOURCE_DIR} CCACHE_NOHASHDIR=1 ${KELDA_CCACHE})
+endif()
+
 find_package(PkgConfig REQUIRED)
 find_package(Threads REQUIRED)
 find_package(nlohmann_json REQUIRED)
