@@ -1,7 +1,8 @@
 #pragma once
 
+#include <atomic>
+#include <cstddef>
 #include <cstdint>
-#include <mutex>
 #include <vector>
 
 #include "audioUtils/device/OutputDevice.h"
@@ -48,38 +49,42 @@ struct BlockRecord
 };
 
 /// Carries the records from the renderer's thread to the main thread, which has the time to print
-/// them, without allocating on the renderer's side.
+/// them: a ring in which neither ever waits for the other.
 class Journal
 {
 public:
-    Journal()
-    {
-        m_records.reserve(capacity);
-        m_taken.reserve(capacity);
-    }
+    Journal() : m_ring(capacity) { m_taken.reserve(capacity); }
 
+    /// For one writer. Allocates nothing; drops the record when nobody takes them for long.
     void append(const BlockRecord& record)
     {
-        const std::lock_guard lock(m_mutex);
-        m_records.push_back(record);
+        const std::size_t end = m_end.load(std::memory_order_relaxed);
+        if (end - m_begin.load(std::memory_order_acquire) < capacity) {
+            m_ring[end % capacity] = record;
+            m_end.store(end + 1, std::memory_order_release);
+        }
     }
 
     /// The records since the last call; valid until the next one. For one reader.
     [[nodiscard]] const std::vector<BlockRecord>& take()
     {
         m_taken.clear();
-        const std::lock_guard lock(m_mutex);
-        m_records.swap(m_taken);
+        const std::size_t end = m_end.load(std::memory_order_acquire);
+        for (std::size_t i = m_begin.load(std::memory_order_relaxed); i != end; ++i) {
+            m_taken.push_back(m_ring[i % capacity]);
+        }
+        m_begin.store(end, std::memory_order_release);
         return m_taken;
     }
 
 private:
-    static constexpr std::size_t capacity =
-        4096; // many seconds of blocks; it is taken 10 times a second
+    // Many seconds of blocks; it is taken 10 times a second.
+    static constexpr std::size_t capacity = 4096;
 
-    std::mutex m_mutex;
-    std::vector<BlockRecord> m_records;
+    std::vector<BlockRecord> m_ring;
     std::vector<BlockRecord> m_taken;
+    std::atomic<std::size_t> m_begin = 0; // both count without end
+    std::atomic<std::size_t> m_end = 0;
 };
 
 } // namespace keldaPlay

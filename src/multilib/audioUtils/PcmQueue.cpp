@@ -93,13 +93,13 @@ void PcmQueue::configure(bool timestampingEnabled, std::size_t maxFillLevelInMS,
         filter->setEnabled(filterEnabled);
         filter->setMaxErrorThreshold(filterMaxErrorThreshold);
     }
-    KELDA_LOG(logger, DEBUG,
-              m_name << ": Configured queue:"
-                     << "  timestamping enabled: " << timestampingEnabled
-                     << "  max fill level: " << maxFillLevelInMS << " ms"
-                     << "  sample rate: " << sampleRate << " Hz"
-                     << "  number of channels: " << channels
-                     << "  bytes per sample: " << numBytesPerSample);
+    KELDA_LOG_LATER(m_mutex, logger, DEBUG,
+                    m_name << ": Configured queue:"
+                           << "  timestamping enabled: " << timestampingEnabled
+                           << "  max fill level: " << maxFillLevelInMS << " ms"
+                           << "  sample rate: " << sampleRate << " Hz"
+                           << "  number of channels: " << channels
+                           << "  bytes per sample: " << numBytesPerSample);
     m_configured = true;
     m_writeAborted = false;
     ++m_configurations;
@@ -133,15 +133,15 @@ bool PcmQueue::write(TimeValue pts, const span<const unsigned char>& data)
         written += static_cast<int>(chunk);
     }
     if (written < size || m_writeAborted) {
-        KELDA_LOG(logger, INFO, m_name << ": Write aborted!");
+        KELDA_LOG_LATER(m_mutex, logger, INFO, m_name << ": Write aborted!");
         return false;
     }
 
     updateWritePts(timed, pts, written);
     if (timed) {
-        KELDA_LOG(logger, DEBUG,
-                  m_name << ": new writePts: " << inSeconds(m_writePts) << " from " << written
-                         << " bytes");
+        KELDA_LOG_LATER(m_mutex, logger, DEBUG,
+                        m_name << ": new writePts: " << inSeconds(m_writePts) << " from " << written
+                               << " bytes");
         m_readPts = derivedReadPts();
     }
     return true;
@@ -151,8 +151,8 @@ bool PcmQueue::write(TimeValue pts, const span<const unsigned char>& data)
 TimeValue PcmQueue::alignWrite(TimeValue pts)
 {
     if (m_ring.isEmpty()) {
-        KELDA_LOG(logger, DEBUG,
-                  m_name << ": Buffer is empty, start reading pts = " << inSeconds(pts));
+        KELDA_LOG_LATER(m_mutex, logger, DEBUG,
+                        m_name << ": Buffer is empty, start reading pts = " << inSeconds(pts));
         m_writeFilter.reset(pts);
     }
     pts = m_writeFilter.filter(pts);
@@ -162,7 +162,8 @@ TimeValue PcmQueue::alignWrite(TimeValue pts)
         repairWriteJump(delta);
     }
     if (m_ring.isEmpty()) {
-        KELDA_LOG(logger, INFO, m_name << ": Buffer is empty, startPts = " << inSeconds(pts));
+        KELDA_LOG_LATER(m_mutex, logger, INFO,
+                        m_name << ": Buffer is empty, startPts = " << inSeconds(pts));
         m_readPts = pts;
         m_writeFilter.reset(NoTimeValue);
     }
@@ -178,18 +179,18 @@ void PcmQueue::repairWriteJump(TimeValueDelta delta)
         forward ? calculateBytesFromDuration(static_cast<TimeValue>(delta)) : 0;
     if (forward && silence < m_ring.fillLevel()) {
         const std::size_t frames = framesIn(silence);
-        KELDA_LOG(logger, WARN,
-                  m_name << ": Pts jump of " << inMilliseconds(delta) << " ms detected. Inserting "
-                         << frames << " silence frames");
+        KELDA_LOG_LATER(m_mutex, logger, WARN,
+                        m_name << ": Pts jump of " << inMilliseconds(delta)
+                               << " ms detected. Inserting " << frames << " silence frames");
         m_writeFilter.advance(static_cast<int>(frames));
         const auto stored = std::min(silence, m_ring.freeSpace());
         m_ring.storeZeros(stored);
         m_counters.insertedFrames += framesIn(stored);
         return;
     }
-    KELDA_LOG(logger, WARN,
-              m_name << ": Pts jump of " << inMilliseconds(delta)
-                     << " ms detected. Resetting ringbuffer");
+    KELDA_LOG_LATER(m_mutex, logger, WARN,
+                    m_name << ": Pts jump of " << inMilliseconds(delta)
+                           << " ms detected. Resetting ringbuffer");
     m_ring.clear();
     m_writeFilter.reset(NoTimeValue);
     ++m_counters.resets;
@@ -254,7 +255,8 @@ std::size_t PcmQueue::read(TimeValue time, const span<unsigned char>& out, TimeV
         if (m_timestampingEnabled) {
             m_readSynced = m_readSynced || chunk > 0;
             m_readPts = derivedReadPts();
-            KELDA_LOG(logger, DEBUG, m_name << ": new readPts: " << inSeconds(m_readPts));
+            KELDA_LOG_LATER(m_mutex, logger, DEBUG,
+                            m_name << ": new readPts: " << inSeconds(m_readPts));
         }
     }
     wakeWaiters();
@@ -273,8 +275,9 @@ bool PcmQueue::alignRead(TimeValue& time, const span<unsigned char>& out, std::s
         return true;
     }
     const TimeValueDelta jump = std::exchange(delta, 0);
-    KELDA_LOG(logger, INFO,
-              m_name << ": Pts jump of " << inMilliseconds(jump) << " ms detected when reading");
+    KELDA_LOG_LATER(m_mutex, logger, INFO,
+                    m_name << ": Pts jump of " << inMilliseconds(jump)
+                           << " ms detected when reading");
     m_readSynced = false;
     if (jump > 0) {
         return skipLate(static_cast<TimeValue>(jump));
@@ -287,7 +290,8 @@ void PcmQueue::readSilence(TimeValue& time, const span<unsigned char>& out, std:
                            TimeValue duration)
 {
     const std::size_t silence = std::min(out.size() - total, calculateBytesFromDuration(duration));
-    KELDA_LOG(logger, INFO, m_name << ": Creating " << silence << " of silence bytes");
+    KELDA_LOG_LATER(m_mutex, logger, INFO,
+                    m_name << ": Creating " << silence << " of silence bytes");
     std::memset(out.data() + total, 0, silence);
     total += silence;
     time += calculateDurationFromBytes(silence);
@@ -298,7 +302,8 @@ bool PcmQueue::skipLate(TimeValue lateness)
 {
     const bool allDropped = skip(lateness);
     if (!allDropped) {
-        KELDA_LOG(logger, INFO, m_name << ": No data available for reading - buffer underrun");
+        KELDA_LOG_LATER(m_mutex, logger, INFO,
+                        m_name << ": No data available for reading - buffer underrun");
         ++m_counters.underruns;
     }
     return allDropped;
@@ -308,7 +313,7 @@ bool PcmQueue::skipLate(TimeValue lateness)
 bool PcmQueue::skip(TimeValue duration)
 {
     const std::size_t wanted = calculateBytesFromDuration(duration);
-    KELDA_LOG(logger, INFO, m_name << ": Skipping " << wanted << " bytes");
+    KELDA_LOG_LATER(m_mutex, logger, INFO, m_name << ": Skipping " << wanted << " bytes");
     const auto dropped = std::min(m_ring.fillLevel(), wanted);
     m_ring.drop(dropped);
     m_counters.skippedFrames += framesIn(dropped);
@@ -329,8 +334,9 @@ void PcmQueue::flushOldData(const TimeValue& now)
         return;
     }
     if (m_writePts < now) {
-        KELDA_LOG(logger, INFO,
-                  m_name << ": all data in the buffer is in the past, flushing the whole buffer");
+        KELDA_LOG_LATER(
+            m_mutex, logger, INFO,
+            m_name << ": all data in the buffer is in the past, flushing the whole buffer");
         m_counters.skippedFrames += framesIn(m_ring.fillLevel());
         m_ring.clear();
         m_writeFilter.reset(NoTimeValue);
@@ -354,15 +360,15 @@ TimeValue PcmQueue::bufferedDuration(const TimeValue& now)
     const TimeValueDelta left =
         m_writePts == NoTimeValue ? static_cast<TimeValueDelta>(held) : difference(m_writePts, now);
     if (left < 0) {
-        KELDA_LOG(logger, DEBUG,
-                  m_name << ": all buffered data is in the past, difference = - "
-                         << inSeconds(now - m_writePts) << " s");
+        KELDA_LOG_LATER(m_mutex, logger, DEBUG,
+                        m_name << ": all buffered data is in the past, difference = - "
+                               << inSeconds(now - m_writePts) << " s");
         return 0;
     }
     const TimeValue duration = std::min(static_cast<TimeValue>(left), held);
-    KELDA_LOG(logger, DEBUG,
-              m_name << ": actual buffered duration = "
-                     << inMilliseconds(static_cast<TimeValueDelta>(duration)) << " ms");
+    KELDA_LOG_LATER(m_mutex, logger, DEBUG,
+                    m_name << ": actual buffered duration = "
+                           << inMilliseconds(static_cast<TimeValueDelta>(duration)) << " ms");
     return duration;
 }
 

@@ -48,7 +48,9 @@ struct PcmQueueCounters
 ///
 /// Threads: one thread writes; one reads, flushes and asks for times; any thread may configure,
 /// reset, abort, resync and drain. Every call holds one lock for its whole duration (write() and
-/// drain() release it while they wait). write() and read() allocate nothing.
+/// drain() release it while they wait), but what it has to log is appended after it has given the
+/// lock up: a log that blocks holds up its own thread alone. write() and read() allocate nothing
+/// but the text of a message whose level is enabled.
 class KELDA_EXPORT PcmQueue
 {
 public:

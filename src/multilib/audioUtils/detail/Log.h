@@ -12,14 +12,24 @@
 /// It does what LOG4CPLUS_WARN does but for one thing: that macro copies the logger first, and the
 /// two atomic operations on the logger's reference count, for a message that nobody reads, cost as
 /// much as copying a block of audio.
-#define KELDA_LOG(logger, level, message)                                                          \
+#define KELDA_LOG(logger, level, message) KELDA_LOG_BY((logger).forcedLog, logger, level, message)
+
+/// The same while a detail::Mutex is held, which appends the message once it is given up:
+///
+///     KELDA_LOG_LATER(m_mutex, logger, INFO, m_name << ": Write aborted!");
+///
+/// The logger must live for ever.
+#define KELDA_LOG_LATER(mutex, logger, level, message)                                             \
+    KELDA_LOG_BY((mutex).log, logger, level, message, &(logger))
+
+// What the two share; `append` takes the level, text, file, line and function, and what is added.
+#define KELDA_LOG_BY(append, logger, level, message, ...)                                          \
     do {                                                                                           \
         if ((logger).isEnabledFor(log4cplus::level##_LOG_LEVEL)) [[unlikely]] {                    \
             log4cplus::tostringstream& text = log4cplus::detail::get_macro_body_oss();             \
             text << message;                                                                       \
-            log4cplus::detail::macro_forced_log((logger), log4cplus::level##_LOG_LEVEL,            \
-                                                text.str(), __FILE__, __LINE__,                    \
-                                                __PRETTY_FUNCTION__);                              \
+            append(log4cplus::level##_LOG_LEVEL, text.str(), __FILE__, __LINE__,                   \
+                   __PRETTY_FUNCTION__ __VA_OPT__(, ) __VA_ARGS__);                                \
         }                                                                                          \
     } while (false)
 

@@ -5,6 +5,11 @@
 
 #include <condition_variable>
 #include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "audioUtils/detail/DeferredLog.h"
 
 #if defined(__clang__)
 #define KELDA_THREAD_ANNOTATION(x) __attribute__((x))
@@ -23,16 +28,37 @@
 
 namespace audioUtils::detail {
 
+/// Messages for the log are handed to the mutex while it is held; it appends them once it has been
+/// given up. So an appender that blocks, on a full pipe or a slow disk, holds up its own thread
+/// alone.
 class KELDA_CAPABILITY("mutex") Mutex
 {
 public:
     /// Throws std::system_error when the system refuses the lock.
     void lock() KELDA_ACQUIRE() { m_mutex.lock(); }
-    void unlock() KELDA_RELEASE() { m_mutex.unlock(); }
+
+    void unlock() KELDA_RELEASE()
+    {
+        if (m_lines.empty()) [[likely]] {
+            m_mutex.unlock();
+            return;
+        }
+        const std::vector<DeferredLine> lines = std::exchange(m_lines, {});
+        m_mutex.unlock(); // from here on this object may be gone
+        appendLines(lines);
+    }
+
+    /// @param file, function and logger must live for ever
+    void log(int level, std::string text, const char* file, int line, const char* function,
+             const log4cplus::Logger* logger) KELDA_REQUIRES(this)
+    {
+        m_lines.push_back({logger, level, std::move(text), file, line, function});
+    }
 
 private:
     friend class Condition;
     std::mutex m_mutex;
+    std::vector<DeferredLine> m_lines;
 };
 
 class KELDA_SCOPED_CAPABILITY ScopedLock
@@ -53,6 +79,11 @@ public:
     /// Gives the mutex up while waiting. Wakes spuriously: always check what was waited for.
     void wait(Mutex& mutex) KELDA_REQUIRES(mutex)
     {
+        if (!mutex.m_lines.empty()) { // nobody knows how long the wait will be
+            mutex.unlock();
+            mutex.lock();
+            return;
+        }
         std::unique_lock lock(mutex.m_mutex, std::adopt_lock);
         m_condition.wait(lock);
         lock.release(); // it stays locked, and the caller's
