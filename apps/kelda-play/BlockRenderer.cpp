@@ -23,6 +23,14 @@ BlockRenderer::BlockRenderer(audioUtils::PcmQueue& queue, OutputDevice& device,
       m_deviceBytesPerFrame(std::size_t{device.numChannels()} * device.numBytesPerSample()),
       m_block((8 * m_numFrames + 1) * queued.bytes()) // of which a converter needs the most
 {
+    std::size_t longest = m_numFrames;
+    if (m_path.clicks != nullptr) {
+        m_path.clicks->prepare(m_block.size() / queued.bytes());
+        longest = std::max(longest, 2 * m_path.clicks->delayFrames()); // its end, at either rate
+    }
+    if (m_path.converter != nullptr) {
+        m_path.converter->prepare(longest);
+    }
 }
 
 BlockRecord BlockRenderer::render()

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <bit>
-#include <optional>
+#include <utility>
 
 #include "audioUtils/clickRemover/ClickRemover.h"
 
@@ -12,6 +12,7 @@ namespace keldaPlay {
 struct ClickFilter::Remover
 {
     virtual ~Remover() = default;
+    virtual void prepare(std::size_t frames) = 0;
     virtual void process(std::span<unsigned char> block) = 0;
     /// Makes the remover fade out before a frame of the block that it was given last.
     virtual void fadeOut(std::size_t framesFromEnd) = 0;
@@ -44,31 +45,40 @@ struct ClickFilter::RemoverOf : Remover
 
     RemoverOf(const ClickOptions& options, const FrameLayout& frames, unsigned int sampleRate,
               std::uint64_t renewal)
-        : fresh{{options.gapMs, options.marginMs, options.fadeMs, options.skipShort}},
+        : line{{options.gapMs, options.marginMs, options.fadeMs, options.skipShort}},
           layout(frames),
           rate(static_cast<int>(sampleRate)),
           renewAfter(renewal)
     {
     }
 
+    // Both removers get their lines here, and the memory of a block is taken.
+    void prepare(std::size_t frames) override
+    {
+        const std::size_t samples = frames * layout.numChannels;
+        staging.reserve(samples);
+        copy.assign(samples, Sample{});
+        for (Line* const each : {&line, &spare}) {
+            process(*each, copy.data(), samples);
+        }
+        reset();
+    }
+
     void process(std::span<unsigned char> block) override
     {
         const std::size_t samples = block.size() / static_cast<std::size_t>(layout.sample.bytes);
         withSamples(block, [&](Sample* data) {
-            if (line.written > renewAfter && !successor) {
-                successor = fresh;
-            }
-            if (!successor) {
+            renewing = renewing || line.written > renewAfter;
+            if (!renewing) {
                 process(line, data, samples);
                 return;
             }
             copy.assign(data, data + samples);
             process(line, data, samples);
-            process(*successor, copy.data(), samples);
-            if (successor->written > successor->held &&
-                std::equal(copy.begin(), copy.end(), data)) {
-                line = std::move(*successor);
-                successor.reset();
+            process(spare, copy.data(), samples);
+            if (spare.written > spare.held && std::equal(copy.begin(), copy.end(), data)) {
+                std::swap(line, spare);
+                forgetSpare();
             }
         });
     }
@@ -84,9 +94,8 @@ struct ClickFilter::RemoverOf : Remover
     void fadeOut(std::size_t framesFromEnd) override
     {
         line.remover.notifyUnderrun(line.written + line.held - framesFromEnd, rate);
-        if (successor) {
-            successor->remover.notifyUnderrun(successor->written + successor->held - framesFromEnd,
-                                              rate);
+        if (renewing) {
+            spare.remover.notifyUnderrun(spare.written + spare.held - framesFromEnd, rate);
         }
     }
 
@@ -103,7 +112,14 @@ struct ClickFilter::RemoverOf : Remover
     {
         line.remover.reset();
         line.written = 0;
-        successor.reset();
+        forgetSpare();
+    }
+
+    void forgetSpare()
+    {
+        spare.remover.reset();
+        spare.written = 0;
+        renewing = false;
     }
 
     /// Gives the samples as the remover wants them, and puts them back.
@@ -138,9 +154,9 @@ struct ClickFilter::RemoverOf : Remover
     void pack(int sample, unsigned char* out) const { packInteger(layout.sample, sample, out); }
     void pack(float sample, unsigned char* out) const { packFloat(layout.sample, sample, out); }
 
-    Line fresh;
-    Line line = fresh;
-    std::optional<Line> successor;
+    Line line;
+    Line spare = line; // takes over, one day
+    bool renewing = false;
     FrameLayout layout;
     int rate;
     std::uint64_t renewAfter;
@@ -154,7 +170,8 @@ ClickFilter::ClickFilter(const ClickOptions& options, const FrameLayout& layout,
       m_delayFrames(
           audioUtils::ClickRemover<float>(options.gapMs, options.marginMs, options.fadeMs, false)
               .minimumDelay(static_cast<int>(sampleRate))),
-      m_framesToMute((std::size_t{options.gapMs} + 1) * sampleRate / 1000)
+      m_framesToMute((std::size_t{options.gapMs} + 1) * sampleRate / 1000),
+      m_rest(m_delayFrames * layout.bytes())
 {
     if (layout.sample.isFloat) {
         m_remover = std::make_unique<RemoverOf<float>>(options, layout, sampleRate, renewAfter);
@@ -166,6 +183,11 @@ ClickFilter::ClickFilter(const ClickOptions& options, const FrameLayout& layout,
 }
 
 ClickFilter::~ClickFilter() = default;
+
+void ClickFilter::prepare(std::size_t frames)
+{
+    m_remover->prepare(frames);
+}
 
 void ClickFilter::interrupt(std::size_t frame)
 {
@@ -190,7 +212,6 @@ void ClickFilter::process(std::span<unsigned char> block)
 
 std::span<unsigned char> ClickFilter::flush()
 {
-    m_rest.resize(m_delayFrames * m_layout.bytes());
     return std::span(m_rest).first(m_remover->flush(m_rest) * m_layout.bytes());
 }
 

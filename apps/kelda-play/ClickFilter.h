@@ -40,6 +40,10 @@ public:
     /// @param frame of the next block from which this holds
     void interrupt(std::size_t frame);
 
+    /// Makes room for blocks of up to so many frames, from the start: process() allocates nothing
+    /// from then on.
+    void prepare(std::size_t frames);
+
     /// Filters a block of whole frames, in place.
     void process(std::span<unsigned char> block);
 

@@ -228,6 +228,11 @@ std::size_t RateConverter::inputFramesFor(std::size_t outFrames)
     return static_cast<std::size_t>(frames);
 }
 
+void RateConverter::prepare(std::size_t outFrames)
+{
+    m_output.reserve(2 * outFrames * m_device.bytes()); // the blocks are not all of one length
+}
+
 std::span<unsigned char> RateConverter::convert(std::span<unsigned char> input, bool flush)
 {
     m_resampler->convert(input, flush, m_device, m_output);

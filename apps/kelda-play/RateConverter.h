@@ -53,6 +53,10 @@ public:
     /// How many frames of input make so many of output, on average over some blocks.
     [[nodiscard]] std::size_t inputFramesFor(std::size_t outFrames);
 
+    /// Makes room for blocks that become so many frames: convert() allocates nothing from then on
+    /// (but GStreamer does).
+    void prepare(std::size_t outFrames);
+
     /// Takes a block of input whole.
     /// @param flush whether silence follows, so that the end comes out
     /// @return frames of output; valid until the next call

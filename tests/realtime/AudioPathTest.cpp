@@ -1,0 +1,91 @@
+// What the player's audio path promises while it plays: nothing that another program, or another
+// thread, can make it wait for.
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "PlayFixture.h"
+#include "support/FaultySoundCard.h"
+
+using namespace keldaPlayTest;
+using testing::IsEmpty;
+
+namespace {
+
+struct Counted
+{
+    std::string kind;
+    std::uint64_t count = 0;
+    std::string caller;
+};
+
+class AudioPathTest : public PlayTest
+{
+protected:
+    AudioPathTest() { clickRemoval.clear(); }
+
+    /// Plays for so many seconds, watched, through all that the player has between file and device.
+    void playWatched(int seconds)
+    {
+        createSound(path("in.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, sf_count_t{48000} * seconds);
+        // A machine that stalls for half a second makes the player tell of an underrun, which is
+        // not what this is about.
+        for (int attempt = 0; attempt < 3; ++attempt) {
+            ASSERT_EQ(play("--device faulty --source-ppm 100 --correct resample " + patient +
+                               path("in.wav"),
+                           "LD_PRELOAD=" KELDA_WATCH " KELDA_WATCH=" + path("watch") + " "),
+                      0)
+                << err;
+            if (err.find("WARN") == std::string::npos) {
+                break;
+            }
+        }
+        std::ifstream lines(path("watch"));
+        Counted line;
+        while (lines >> line.kind >> line.count >> line.caller) {
+            if (line.kind == "block") {
+                blocks = line.count;
+            } else {
+                counted.push_back(line);
+            }
+        }
+    }
+
+    [[nodiscard]] std::string callersOf(const std::string& kind) const
+    {
+        std::ostringstream text;
+        for (const Counted& line : counted) {
+            if (line.kind == kind) {
+                text << line.count << " by " << line.caller << '\n';
+            }
+        }
+        return text.str();
+    }
+
+    testSupport::FaultySoundCard card;
+    std::vector<Counted> counted;
+    std::uint64_t blocks = 0;
+};
+
+} // namespace
+
+TEST_F(AudioPathTest, AMinuteOfPlayingNeedsNothingButTheQueueAndTheDevice)
+{
+    playWatched(60);
+    EXPECT_GE(blocks, 5700U);
+    EXPECT_THAT(callersOf("heap"), IsEmpty());
+
+    for (const Counted& line : counted) {
+        if (line.kind == "lock") {
+            EXPECT_THAT(line.caller, testing::HasSubstr("PcmQueue")) << line.count;
+            EXPECT_LE(line.count, blocks + 100) << line.caller;
+        }
+    }
+
+    EXPECT_THAT(callersOf("system"), IsEmpty());
+}
