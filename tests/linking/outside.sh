@@ -1,8 +1,11 @@
 #!/bin/sh
-# outside.sh COMPILER SOURCE INCLUDE_ROOT LIBRARY_FOLDER: a program outside the tree needs nothing
-# but the headers' root, the folder of the libraries and their names.
+# outside.sh COMPILER SOURCE INCLUDE_ROOT LIBRARY_FOLDER LIBRARY...: a program outside the tree needs
+# nothing but the headers' root, the folder of the libraries and their names.
 set -eu
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
-"$1" -std=c++20 "-I$3" "$2" -o "$folder/program" "-L$4" -lkelda_audioUtils -lkelda_miscUtils -llog4cplus
-LD_LIBRARY_PATH=$4 "$folder/program"
+compiler=$1 source=$2 root=$3 libraries=$4
+shift 4
+# shellcheck disable=SC2046 # one option a library is meant
+"$compiler" -std=c++20 "-I$root" "$source" -o "$folder/program" "-L$libraries" $(printf -- '-l%s ' "$@")
+LD_LIBRARY_PATH=$libraries "$folder/program"

@@ -117,8 +117,8 @@ public:
                      const bool& mute, const bool& flush);
 
 private:
-    struct State;
-    struct Room;
+    struct KELDA_LOCAL State;
+    struct KELDA_LOCAL Room;
 
     template<typename T>
     KELDA_LOCAL int process(SampleDataType type, T* in, int inSamples, T* out,

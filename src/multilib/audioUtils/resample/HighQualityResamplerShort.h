@@ -69,8 +69,8 @@ public:
                 const int& nx);
 
 private:
-    struct Filter;
-    struct State;
+    struct KELDA_LOCAL Filter;
+    struct KELDA_LOCAL State;
 
     KELDA_LOCAL void recalculateFilter(FilterQuality quality);
     KELDA_LOCAL unsigned int runPass(double startTime, int nx, bool mute);
