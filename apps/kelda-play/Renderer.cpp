@@ -61,7 +61,7 @@ void Renderer::waitForDevice()
     LOG4CPLUS_WARN(logger, "The device is gone; the stream goes on unheard until it is back");
     const auto lost = steady_clock::now();
     m_device.close();
-    for (milliseconds wait = 100ms; !m_stopped; wait = std::min<milliseconds>(2 * wait, 2s)) {
+    for (milliseconds wait(100); !m_stopped; wait = std::min(2 * wait, milliseconds(2000))) {
         passUnheard(wait);
         if (m_reopen()) {
             const auto away = duration_cast<milliseconds>(steady_clock::now() - lost);

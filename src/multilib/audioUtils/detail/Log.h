@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 #include <log4cplus/logger.h>
 #include <log4cplus/loggingmacros.h>
 
@@ -12,7 +14,8 @@
 /// It does what LOG4CPLUS_WARN does but for one thing: that macro copies the logger first, and the
 /// two atomic operations on the logger's reference count, for a message that nobody reads, cost as
 /// much as copying a block of audio.
-#define KELDA_LOG(logger, level, message) KELDA_LOG_BY((logger).forcedLog, logger, level, message)
+#define KELDA_LOG(logger, level, message)                                                          \
+    KELDA_LOG_BY(::audioUtils::detail::logNow, logger, level, message)
 
 /// The same while a detail::Mutex is held, which appends the message once it is given up:
 ///
@@ -20,18 +23,28 @@
 ///
 /// The logger must live for ever.
 #define KELDA_LOG_LATER(mutex, logger, level, message)                                             \
-    KELDA_LOG_BY((mutex).log, logger, level, message, &(logger))
+    KELDA_LOG_BY((mutex).log, logger, level, message)
 
-// What the two share; `append` takes the level, text, file, line and function, and what is added.
-#define KELDA_LOG_BY(append, logger, level, message, ...)                                          \
+// What the two share; `append` takes the level, text, file, line, function and logger.
+#define KELDA_LOG_BY(append, logger, level, message)                                               \
     do {                                                                                           \
         if ((logger).isEnabledFor(log4cplus::level##_LOG_LEVEL)) [[unlikely]] {                    \
             log4cplus::tostringstream& text = log4cplus::detail::get_macro_body_oss();             \
             text << message;                                                                       \
             append(log4cplus::level##_LOG_LEVEL, text.str(), __FILE__, __LINE__,                   \
-                   __PRETTY_FUNCTION__ __VA_OPT__(, ) __VA_ARGS__);                                \
+                   __PRETTY_FUNCTION__, &(logger));                                                \
         }                                                                                          \
     } while (false)
+
+namespace audioUtils::detail {
+
+inline void logNow(int level, const std::string& text, const char* file, int line,
+                   const char* function, const log4cplus::Logger* logger)
+{
+    logger->forcedLog(level, text, file, line, function);
+}
+
+} // namespace audioUtils::detail
 
 /// Logs that a function begins, and the details:
 ///
