@@ -1,10 +1,14 @@
 #include "Laboratory.h"
 
+#include <algorithm>
 #include <cmath>
 #include <optional>
 
+#include <malloc.h>
+
 #include "BlockRenderer.h"
 #include "Content.h"
+#include "RandomEvents.h"
 #include "VirtualDevice.h"
 #include "VirtualSource.h"
 
@@ -32,44 +36,51 @@ std::optional<double> firstFrameOf(std::span<const unsigned char> block)
                                                                          : std::nullopt;
 }
 
+/// Bytes; 0 where a sanitizer owns the heap.
+std::uint64_t heapInUse()
+{
+    const struct mallinfo2 heap = mallinfo2();
+    return heap.uordblks + heap.hblkhd;
+}
+
 class Laboratory
 {
 public:
-    explicit Laboratory(const Scenario& scenario)
-        : m_scenario(scenario),
-          m_device(scenario, m_now, [this](double ns) { waitFor(ns); }),
-          m_source(scenario, start + startDelay,
-                   contentCalled(scenario.content, scenario.sampleRate)),
-          m_drift(scenario.drift)
+    explicit Laboratory(Scenario scenario)
+        : m_scenario(std::move(scenario)),
+          m_device(m_scenario, m_now, [this](double ns) { waitFor(ns); }),
+          m_source(m_scenario, start + startDelay,
+                   contentCalled(m_scenario.content, m_scenario.sampleRate)),
+          m_drift(m_scenario.drift)
     {
         const auto layout = keldaPlay::layoutOf(audioUtils::F32LE);
         static_cast<void>(m_device.open("", audioUtils::F32LE, 0, 0, 0, 0, 0, false, ""));
-        m_queue.configure(true, scenario.queueMs, scenario.sampleRate, channels, 4, "lab", true,
-                          static_cast<TimeValue>(scenario.jumpThresholdMs * 1e6),
-                          static_cast<TimeValue>(scenario.filterMaxErrorMs * 1e6));
+        m_queue.configure(true, m_scenario.queueMs, m_scenario.sampleRate, channels, 4, "lab", true,
+                          static_cast<TimeValue>(m_scenario.jumpThresholdMs * 1e6),
+                          static_cast<TimeValue>(m_scenario.filterMaxErrorMs * 1e6));
         const keldaPlay::FrameLayout frames{*layout, channels};
         keldaPlay::RenderPath path;
-        if (scenario.drift.correction == Correction::Resample) {
-            m_converter.emplace(scenario.resampler, scenario.sampleRate, scenario.sampleRate,
+        if (m_scenario.drift.correction == Correction::Resample) {
+            m_converter.emplace(m_scenario.resampler, m_scenario.sampleRate, m_scenario.sampleRate,
                                 frames);
             path.converter = &*m_converter;
         }
-        if (scenario.clicks.enabled) {
-            m_clicks.emplace(scenario.clicks, frames, scenario.sampleRate);
+        if (m_scenario.clicks.enabled) {
+            m_clicks.emplace(m_scenario.clicks, frames, m_scenario.sampleRate);
             path.clicks = &*m_clicks;
         }
-        if (scenario.drift.correction == Correction::Device) {
+        if (m_scenario.drift.correction == Correction::Device) {
             path.setDeviceRate = [this](double ppm) {
                 m_device.play();
                 m_device.setPll(ppm);
             };
         }
-        if (scenario.drift.correction != Correction::None) {
+        if (m_scenario.drift.correction != Correction::None) {
             path.drift = &m_drift;
         }
-        m_renderer.emplace(m_queue, m_device, frames, scenario.sampleRate, std::move(path),
+        m_renderer.emplace(m_queue, m_device, frames, m_scenario.sampleRate, std::move(path),
                            [this] { return m_now; });
-        for (const Event& event : scenario.events) {
+        for (const Event& event : m_scenario.events) {
             if (event.kind == Event::Kind::Underrun) {
                 m_stalls.push_back(event);
             }
@@ -78,11 +89,12 @@ public:
 
     Result run()
     {
-        const TimeValue end = start + static_cast<TimeValue>(m_scenario.seconds * 1e9);
-        while (m_now < end) {
-            stall();
-            renderBlock();
-        }
+        const double early = m_scenario.seconds / 24;
+        playUntil(early);
+        const std::uint64_t heap = heapInUse();
+        playUntil(m_scenario.seconds);
+        m_result.heapGrowth = std::max(heapInUse(), heap) - heap;
+        m_result.frames.close(m_queue, m_scenario.sampleRate);
         if (isAudio()) {
             m_renderer->playEnd();
             m_result.played = {m_device.played(), m_scenario.sampleRate};
@@ -94,7 +106,16 @@ private:
     static constexpr TimeValue start = 1'000'000'000'000;
     static constexpr TimeValue startDelay = 500'000'000;
 
+    void playUntil(double endSeconds)
+    {
+        while (seconds() < endSeconds) {
+            stall();
+            renderBlock();
+        }
+    }
+
     [[nodiscard]] bool isAudio() const { return m_scenario.content != "numbers"; }
+    [[nodiscard]] bool isAccounted() const { return !isAudio() && !m_scenario.clicks.enabled; }
     [[nodiscard]] double seconds() const { return static_cast<double>(m_now - start) * 1e-9; }
 
     void waitFor(double ns)
@@ -102,10 +123,21 @@ private:
         const TimeValue until = m_now + static_cast<TimeValue>(std::llround(ns));
         while (m_source.nextArrival() <= until) {
             m_now = std::max(m_now, m_source.nextArrival());
-            m_source.deliver(m_queue);
+            deliver();
         }
         m_now = until;
         m_device.play();
+    }
+
+    // The queue tells of a reset, but not of how much that dropped.
+    void deliver()
+    {
+        const std::uint64_t resets = m_queue.counters().resets;
+        const TimeValue held = m_queue.bufferedDuration(miscUtils::NoTimeValue);
+        m_result.frames.addSent(m_source.deliver(m_queue));
+        if (m_queue.counters().resets != resets) {
+            m_result.frames.addDiscarded(framesIn(held, m_scenario.sampleRate));
+        }
     }
 
     void stall()
@@ -124,6 +156,9 @@ private:
                              m_device.trueDelay(m_converter ? m_converter->latencyFrames() : 0);
         const bool wasRunning = m_device.isRunning();
         const BlockRecord record = m_renderer->render();
+        if (isAccounted()) {
+            m_result.frames.addBlock(m_renderer->lastBlock(), record);
+        }
         const std::optional<double> frame =
             isAudio() ? std::optional(0.0) : firstFrameOf(m_renderer->lastBlock());
         const double time = static_cast<double>(now - start) * 1e-9;
@@ -160,7 +195,11 @@ private:
 
 Result run(const Scenario& scenario)
 {
-    return Laboratory(scenario).run();
+    Scenario whole = scenario;
+    const std::vector<Event> events = randomEvents(scenario);
+    whole.events.insert(whole.events.end(), events.begin(), events.end());
+    std::ranges::stable_sort(whole.events, {}, &Event::atSeconds);
+    return Laboratory(std::move(whole)).run();
 }
 
 keldaReport::Audio runWithClicks(Scenario scenario)

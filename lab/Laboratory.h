@@ -2,6 +2,7 @@
 
 #include <functional>
 
+#include "FrameAccounts.h"
 #include "Journal.h"
 #include "Scenario.h"
 #include "Series.h"
@@ -15,8 +16,10 @@ struct Result
 {
     keldaReport::SyncStatistics sync;
     keldaReport::Series series;
-    std::uint64_t underruns = 0; ///< of the device
-    keldaReport::Audio played;   ///< where the content is audio
+    std::uint64_t underruns = 0;  ///< of the device
+    FrameAccounts frames;         ///< where they are numbered, and clicks not removed
+    std::uint64_t heapGrowth = 0; ///< bytes, from a 24th of the time on until the end
+    keldaReport::Audio played;    ///< where the content is audio
 };
 
 /// Plays a scenario through the player's own path, in virtual time.

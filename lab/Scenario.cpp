@@ -107,7 +107,11 @@ Event readEvent(const Json& json)
                         {{"stop", Kind::Stop},
                          {"jump", Kind::Jump},
                          {"gap", Kind::Gap},
-                         {"underrun", Kind::Underrun}})
+                         {"underrun", Kind::Underrun},
+                         {"burst", Kind::Burst},
+                         {"spike", Kind::Spike},
+                         {"stale", Kind::Stale},
+                         {"offset", Kind::Offset}})
         .read("milliseconds", event.milliseconds)
         .end();
     return event;
@@ -135,6 +139,8 @@ Scenario parse(const Json& json)
                                            {"medium", Quality::Medium},
                                            {"high", Quality::High},
                                            {"best", Quality::Best}})
+        .readObject("random",
+                    [&](Members& in) { in.read("everySeconds", scenario.random.everySeconds); })
         .readObject("drift", [&](Members& in) { readDrift(in, scenario.drift); })
         .readObject("clicks",
                     [&](Members& in) {

@@ -27,6 +27,10 @@ struct Event
         Jump,     ///< the timestamps jump; what arrives goes on as before
         Gap,      ///< a piece is lost on the way
         Underrun, ///< the renderer stands still, and the device runs dry
+        Burst,    ///< packets are held up, and arrive together
+        Spike,    ///< the device's delay is off once, by so much
+        Stale,    ///< the device tells the same delay, of the same moment, for so long
+        Offset,   ///< the device's delay is off by a second for so long; below 0: too short
     };
 
     double atSeconds = 0;
@@ -75,6 +79,11 @@ struct Scenario
     double jumpThresholdMs = 20;
     double filterMaxErrorMs = 10;
     std::vector<Event> events;
+
+    struct
+    {
+        double everySeconds = 0; ///< on average, some event; 0: none
+    } random;
 
     /// What it has to reach, by the name of the table's line; none is tested that is not named.
     std::map<std::string, double> goals;

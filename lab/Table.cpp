@@ -1,9 +1,11 @@
 #include "Table.h"
 
 #include <algorithm>
+#include <cmath>
 #include <stdexcept>
 
 #include "Content.h"
+#include "RandomEvents.h"
 
 namespace keldaLab {
 
@@ -48,6 +50,34 @@ void addClicks(std::vector<keldaReport::Line>& table, const Result& result,
     table.push_back({"clicks, change", "dB", -smallest});
 }
 
+void addFrames(std::vector<keldaReport::Line>& table, const FrameAccounts& frames)
+{
+    const auto add = [&table](const char* name, std::uint64_t count) {
+        table.push_back({name, "", static_cast<double>(count)});
+    };
+    add("frames heard", frames.heard());
+    add("frames skipped", frames.skipped());
+    add("frames in resets", frames.discarded());
+    add("frames of silence", frames.silence());
+    add("frames uncounted", frames.uncounted());
+    add("silence uncounted", frames.silenceUncounted());
+    add("frames repeated", frames.repeated());
+}
+
+/// What happened, and whether each was noticed once, or not at all if there is nothing to notice.
+void addEvents(std::vector<keldaReport::Line>& table, const Result& result,
+               const Scenario& scenario)
+{
+    const std::vector<Event> events = randomEvents(scenario);
+    const auto expected = static_cast<double>(std::ranges::count_if(
+        events, [&](const Event& event) { return interrupts(event, scenario); }));
+    table.push_back({"faults", "", static_cast<double>(events.size())});
+    table.push_back({"faults to be noticed", "", expected});
+    table.push_back(
+        {"events miscounted", "", std::abs(static_cast<double>(result.sync.events()) - expected)});
+    table.push_back({"heap growth", "KiB", static_cast<double>(result.heapGrowth) / 1024});
+}
+
 } // namespace
 
 std::vector<keldaReport::Line> tableOf(const Result& result, const Scenario& scenario,
@@ -56,6 +86,12 @@ std::vector<keldaReport::Line> tableOf(const Result& result, const Scenario& sce
     std::vector<keldaReport::Line> table = keldaReport::linesOf(result.sync);
     table.push_back({"ratio jitter, rms", "ppm", result.sync.adjustmentJitter()});
     table.push_back({"underruns", "", static_cast<double>(result.underruns)});
+    if (scenario.content == "numbers" && !scenario.clicks.enabled) {
+        addFrames(table, result.frames);
+    }
+    if (scenario.random.everySeconds > 0) {
+        addEvents(table, result, scenario);
+    }
     if (withClicks != nullptr) {
         addClicks(table, result, *withClicks);
     }

@@ -2,10 +2,21 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 
 namespace keldaLab {
 
 using audioUtils::RenderingDelay;
+
+namespace {
+
+bool isOfDelay(const Event& event)
+{
+    return event.kind == Event::Kind::Spike || event.kind == Event::Kind::Stale ||
+           event.kind == Event::Kind::Offset;
+}
+
+} // namespace
 
 VirtualDevice::VirtualDevice(const Scenario& scenario, const TimeValue& now,
                              std::function<void(double)> waitFor)
@@ -14,8 +25,11 @@ VirtualDevice::VirtualDevice(const Scenario& scenario, const TimeValue& now,
       m_waitFor(std::move(waitFor)),
       m_crystal(scenario.device.crystal),
       m_random(scenario.seed + 1),
+      m_start(now),
       m_playedUntil(now)
 {
+    std::ranges::copy_if(scenario.events, std::back_inserter(m_events), isOfDelay);
+    std::ranges::sort(m_events, {}, &Event::atSeconds);
 }
 
 audioUtils::OutputDevice::WriteReturnValue VirtualDevice::write(void* buffer,
@@ -88,7 +102,31 @@ void VirtualDevice::measure()
     if (chance(m_random) < m_scenario.device.spikeProbability) {
         delay += (chance(m_random) < 0.5 ? -1 : 1) * m_scenario.device.spikeMs * 1000;
     }
+    if (const Event* const event = current()) {
+        switch (event->kind) {
+        case Event::Kind::Stale:
+            return;
+        case Event::Kind::Offset:
+            delay += event->milliseconds < 0 ? -1e6 : 1e6;
+            break;
+        default:
+            delay += event->milliseconds * 1000;
+            m_events.pop_front();
+        }
+    }
     m_delay = RenderingDelay(std::lround(delay), static_cast<long>(timestamp));
+}
+
+const Event* VirtualDevice::current()
+{
+    const auto isOver = [this](const Event& event) {
+        return event.kind != Event::Kind::Spike &&
+               seconds() >= event.atSeconds + std::abs(event.milliseconds) / 1000;
+    };
+    while (!m_events.empty() && isOver(m_events.front())) {
+        m_events.pop_front();
+    }
+    return m_events.empty() || seconds() < m_events.front().atSeconds ? nullptr : &m_events.front();
 }
 
 std::int64_t VirtualDevice::getCompensatedRenderingDelay() const

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <deque>
 #include <functional>
 #include <random>
 #include <vector>
@@ -73,6 +74,9 @@ public:
 
 private:
     void measure();
+    [[nodiscard]] double seconds() const { return static_cast<double>(m_now - m_start) * 1e-9; }
+    /// The event that holds now, if one does.
+    [[nodiscard]] const Event* current();
 
     Scenario m_scenario;
     const TimeValue& m_now;
@@ -83,7 +87,9 @@ private:
     double m_pllPpm = 0;
     bool m_running = false;
     double m_queued = 0; // frames
+    TimeValue m_start;
     TimeValue m_playedUntil;
+    std::deque<Event> m_events; // of the delay, to come
     audioUtils::RenderingDelay m_delay;
     std::vector<float> m_played;
 };

@@ -38,8 +38,9 @@ void VirtualSource::prepare()
         static_cast<double>(source.burstPackets - 1 - m_packets % source.burstPackets) *
             source.packetFrames * nsPerFrame;
     m_pts = m_start + static_cast<TimeValue>(std::llround(m_time + m_offset + jitter));
-    const auto arrival = m_start + static_cast<TimeValue>(std::llround(m_time + late)) -
+    const auto arrival = m_start + static_cast<TimeValue>(std::llround(m_time + late + m_heldUp)) -
                          static_cast<TimeValue>(std::llround(source.leadMs * 1e6));
+    m_heldUp = 0;
     m_arrival = std::max(m_arrival, arrival); // packets don't overtake one another
 }
 
@@ -60,21 +61,24 @@ void VirtualSource::applyEvents(double seconds)
         case Event::Kind::Jump:
             m_offset += duration;
             break;
-        case Event::Kind::Underrun:
-            break; // the renderer's
+        case Event::Kind::Burst:
+            m_heldUp = duration;
+            break;
+        default:
+            break; // the renderer's and the device's
         }
         m_events.erase(m_events.begin());
     }
 }
 
-void VirtualSource::deliver(audioUtils::PcmQueue& queue)
+std::size_t VirtualSource::deliver(audioUtils::PcmQueue& queue)
 {
     const std::size_t frames = m_samples.size() / 2;
     const TimeValue duration = frames * 1'000'000'000 / m_scenario.sampleRate;
     if (queue.bufferedDuration(miscUtils::NoTimeValue) + duration >
         TimeValue{m_scenario.queueMs} * 1'000'000) {
         m_arrival += 1'000'000;
-        return;
+        return 0;
     }
     m_content(m_frame, m_samples);
     static_cast<void>(
@@ -84,6 +88,7 @@ void VirtualSource::deliver(audioUtils::PcmQueue& queue)
     m_frame += frames;
     ++m_packets;
     prepare();
+    return frames;
 }
 
 double VirtualSource::idealTimeOf(double frame)

@@ -26,7 +26,8 @@ public:
     [[nodiscard]] TimeValue nextArrival() const { return m_arrival; }
 
     /// Gives the next packet to the queue. While that is full, the packet waits.
-    void deliver(audioUtils::PcmQueue& queue);
+    /// @return the frames that it had; 0: it waits
+    std::size_t deliver(audioUtils::PcmQueue& queue);
 
     /// When a frame is to be heard, in ns: without jitter.
     [[nodiscard]] double idealTimeOf(double frame);
@@ -58,6 +59,7 @@ private:
     std::uint64_t m_frame = 0;
     std::uint64_t m_packets = 0;
     double m_time = 0;   // of the next frame on the source's way through time, ns since the start
+    double m_heldUp = 0; // the next packet, ns
     double m_offset = 0; // by which its timestamps have jumped, ns
     TimeValue m_arrival = 0;
     TimeValue m_pts = 0;

@@ -1,5 +1,6 @@
 #include <cstdio>
 #include <exception>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -21,10 +22,12 @@ int main(int argc, char** argv)
         std::string path;
         std::string reportFolder;
         double seconds = 0;
+        std::optional<unsigned int> seed;
         runCommand->add_option("SCENARIO.json", path, "What happens, and what is to be reached")
             ->required();
         runCommand->add_option("--seconds", seconds, "Play so long instead")
             ->check(CLI::PositiveNumber);
+        runCommand->add_option("--seed", seed, "Start of the random numbers instead");
         runCommand->add_option("--report", reportFolder, "Write a trace, plots and a page there")
             ->option_text("DIR");
         try {
@@ -43,6 +46,7 @@ int main(int argc, char** argv)
         if (seconds > 0) {
             scenario.seconds = seconds;
         }
+        scenario.seed = seed.value_or(scenario.seed);
         const keldaLab::Result result = keldaLab::run(scenario);
         const keldaReport::Audio without = result.played.samples.empty()
                                                ? keldaReport::Audio()

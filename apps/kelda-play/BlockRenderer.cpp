@@ -46,6 +46,7 @@ BlockRecord BlockRenderer::render()
         delay + clickDelayNs() + (m_path.converter != nullptr ? m_path.converter->latencyNs() : 0);
     record.dueTime = now + static_cast<TimeValue>(record.deviceDelay);
 
+    alignToStart(record.dueTime);
     const std::size_t framesRead = m_queue.read(record.dueTime, m_read, record.delta);
     std::ranges::fill(m_read.subspan(framesRead * m_queued.bytes()), 0); // what the queue lacks
     complete(record, m_read.size() / m_queued.bytes(), framesRead);
@@ -57,6 +58,22 @@ BlockRecord BlockRenderer::render()
     record.adjustmentPpm = m_path.drift != nullptr ? m_path.drift->ppm() : 0;
     record.result = write(m_path.converter != nullptr ? m_path.converter->convert(m_read) : m_read);
     return record;
+}
+
+// The due times of a device that is being filled are a guess that gets worse with each block, for
+// nobody knows how long filling takes. The queue, which smooths due times, is not to learn from
+// them: an empty read at quite another time makes it start over. When the device runs, what the
+// guess was off is below the queue's threshold for jumps, but heard for good: aligned once more.
+void BlockRenderer::alignToStart(TimeValue dueTime)
+{
+    constexpr TimeValue farAway = 1'000'000'000'000;
+    const bool wasFilling = std::exchange(m_filling, m_delay.isFilling());
+    if (wasFilling || m_filling) {
+        static_cast<void>(m_queue.read(dueTime + farAway, std::span<unsigned char>()));
+    }
+    if (wasFilling && !m_filling) {
+        m_queue.resyncRead();
+    }
 }
 
 std::int64_t BlockRenderer::clickDelayNs() const
@@ -115,13 +132,14 @@ double BlockRenderer::bias(const BlockRecord& record) const
     return ((queued + clickDelay) * sourcePpm + device * devicePpm) * 1e-6;
 }
 
-// Only what goes on from the block before tells of the drift.
+// Only what goes on from the block before tells of the drift. Silence in a gap makes up for it to a
+// frame, which is a step that the loop has to take quickly.
 void BlockRenderer::correctDrift(const BlockRecord& record, TimeValue now)
 {
     if (m_path.drift == nullptr) {
         return;
     }
-    if (record.isContinuous()) {
+    if (record.isContinuous() && record.insertedFrames == 0) {
         m_path.drift->update(record.delta, now);
     } else {
         m_path.drift->interrupt();

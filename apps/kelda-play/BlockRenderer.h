@@ -58,6 +58,7 @@ private:
     [[nodiscard]] std::span<unsigned char> nextBlock();
     [[nodiscard]] std::int64_t clickDelayNs() const;
     void startOver();
+    void alignToStart(miscUtils::TimeValue dueTime);
     void capture(SoundCapture* capture);
     void removeClicks(const BlockRecord& record);
     [[nodiscard]] double bias(const BlockRecord& record) const;
@@ -72,6 +73,7 @@ private:
     RenderPath m_path;
     Clock m_clock;
     DeviceDelay m_delay;
+    bool m_filling = true;
     std::size_t m_numFrames;
     std::size_t m_deviceBytesPerFrame;
     std::vector<unsigned char> m_block; // as it is read

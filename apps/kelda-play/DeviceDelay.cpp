@@ -1,6 +1,7 @@
 #include "DeviceDelay.h"
 
 #include <cmath>
+#include <cstdlib>
 
 namespace keldaPlay {
 
@@ -24,6 +25,13 @@ constexpr unsigned int mostDoubts = 5;
 constexpr TimeValue startInterval = 1'000'000'000;
 
 constexpr TimeValue markInterval = 120'000'000'000;
+
+// How long a delay has to be free of jumps, and when it never will be.
+constexpr TimeValue settleInterval = 5'000'000'000;
+constexpr TimeValue longestJumping = 30'000'000'000;
+
+// The longest period of a device that tells its position only when it moves.
+constexpr TimeValueDelta oldestPosition = 25'000'000;
 
 // A delay is off by up to a frame or a wake-up's latency, which says much of a second and little of
 // a minute.
@@ -64,6 +72,11 @@ void DeviceDelay::estimateRate(TimeValue now, TimeValueDelta step)
     m_off += m_known ? step : 0;
     if (now - m_startTime < startInterval) {
         m_oldMark = m_newMark = {now, m_off};
+        m_ppmBefore = m_ppm; // the crystal is the same, whatever happened to the stream
+        m_jumping = false;
+        return;
+    }
+    if (!isSettled(now, step)) {
         return;
     }
     if (now - m_newMark.time > markInterval) {
@@ -76,6 +89,28 @@ void DeviceDelay::estimateRate(TimeValue now, TimeValueDelta step)
         const auto off = static_cast<double>(m_off - m_oldMark.off);
         m_ppm = (-off * 1e6 + m_ppmBefore * doubtfulTime) / (time + doubtfulTime);
     }
+}
+
+// A delay that has jumped may well jump back: until then it says nothing of the rate. What it is
+// off in the end was no drift if it is more than a position can be old. A device whose position
+// moves in steps jumps all the time, and is as right as it can be.
+bool DeviceDelay::isSettled(TimeValue now, TimeValueDelta step)
+{
+    if (step < -largestStep || largestStep < step) {
+        m_jumpTime = now;
+        if (!m_jumping) {
+            m_jumping = true;
+            m_firstJumpTime = now;
+            m_offBefore = m_off - step;
+        }
+    }
+    if (m_jumping && now - m_jumpTime > settleInterval) {
+        m_jumping = false;
+        if (std::abs(m_off - m_offBefore) > oldestPosition) {
+            m_off = m_offBefore;
+        }
+    }
+    return !m_jumping || now - m_firstJumpTime > longestJumping;
 }
 
 bool DeviceDelay::isBelievable(TimeValueDelta delay, TimeValueDelta expected)
@@ -97,10 +132,14 @@ void DeviceDelay::written(OutputDevice::WriteReturnValue result, std::uint64_t n
     if (result == OutputDevice::Underrun) {
         m_framesRefilled = 0;
         m_refilling = true;
+        m_filling = true;
         m_known = false;
     }
     m_refilling = m_refilling && !measured;
     m_framesRefilled += numFrames;
+    const bool started =
+        m_timestamp != before && m_timestamp != audioUtils::RenderingDelay::noTimestamp;
+    m_filling = m_filling && !started && m_framesRefilled <= m_device->bufferSize();
     m_framesSince += numFrames;
 }
 

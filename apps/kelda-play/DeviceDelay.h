@@ -25,12 +25,17 @@ public:
     /// PLL at once, its crystal over the last minutes, and less than that in the first half of one.
     [[nodiscard]] double devicePpm() const { return m_ppm + m_pllPpm; }
 
+    /// Whether the device stands still until it holds enough: what it tells then is what is written
+    /// to it, and the time of the start is anybody's guess.
+    [[nodiscard]] bool isFilling() const { return m_filling; }
+
     /// What came of a block.
     void written(audioUtils::OutputDevice::WriteReturnValue result, std::uint64_t numFrames);
 
 private:
     [[nodiscard]] miscUtils::TimeValueDelta durationOf(std::uint64_t numFrames) const;
     void estimateRate(miscUtils::TimeValue now, miscUtils::TimeValueDelta step);
+    [[nodiscard]] bool isSettled(miscUtils::TimeValue now, miscUtils::TimeValueDelta step);
     [[nodiscard]] bool isBelievable(miscUtils::TimeValueDelta delay,
                                     miscUtils::TimeValueDelta expected);
 
@@ -50,12 +55,17 @@ private:
     Mark m_newMark;
     miscUtils::TimeValueDelta m_off = 0;
     miscUtils::TimeValue m_startTime = 0;
+    bool m_jumping = false;
+    miscUtils::TimeValue m_jumpTime = 0; // of the last jump, and of the first of a row
+    miscUtils::TimeValue m_firstJumpTime = 0;
+    miscUtils::TimeValueDelta m_offBefore = 0;
     double m_ppm = 0; // of the crystal
     double m_ppmBefore = 0;
     double m_pllPpm = 0;
     unsigned int m_doubts = 0;
     long m_timestamp;
-    bool m_refilling = false;
+    bool m_filling = true;
+    bool m_refilling = false; // after it has run
     std::uint64_t m_framesRefilled = 0;
 };
 

@@ -93,6 +93,7 @@ public:
                 std::llround(*options.durationSeconds * m_playlist.rate())));
         }
         if (!options.reportFolder.empty()) {
+            m_sync.emplace();
             m_before.emplace(m_queued, m_playlist.rate());
             m_after.emplace(m_queued, m_playlist.rate());
         }
@@ -140,8 +141,8 @@ public:
             std::rethrow_exception(producerError);
         }
         if (!m_options.reportFolder.empty()) {
-            m_sync.write(m_options.reportFolder, m_options.device + ": " + m_options.files.front(),
-                         m_before->audio(), m_after->audio());
+            m_sync->write(m_options.reportFolder, m_options.device + ": " + m_options.files.front(),
+                          m_before->audio(), m_after->audio());
         }
         return checkedResult();
     }
@@ -198,7 +199,9 @@ private:
     {
         for (const BlockRecord& record : m_journal.take()) {
             m_statistics.add(record);
-            m_sync.add(record);
+            if (m_sync) {
+                m_sync->add(record);
+            }
             if (m_trace) {
                 m_trace->write(record);
             }
@@ -251,7 +254,7 @@ private:
     std::optional<Trace> m_trace;
     Journal m_journal;
     Statistics m_statistics;
-    SyncRecord m_sync;
+    std::optional<SyncRecord> m_sync; // for the report
     std::optional<DevicePll> m_pll;
     BlockRecord m_last;
     StatusLine m_status{m_playlist.rate()};

@@ -5,6 +5,34 @@
 
 namespace keldaReport {
 
+void SizeHistogram::add(double size)
+{
+    const auto last = static_cast<double>(numBins - 1);
+    ++m_bins[static_cast<std::size_t>(std::min(size / resolution, last))];
+    ++m_count;
+    m_sumOfSquares += size * size;
+    m_worst = std::max(m_worst, size);
+}
+
+double SizeHistogram::rms() const
+{
+    return m_count == 0 ? 0 : std::sqrt(m_sumOfSquares / static_cast<double>(m_count));
+}
+
+double SizeHistogram::percentile(double part) const
+{
+    if (m_count == 0) {
+        return 0;
+    }
+    auto left = static_cast<std::uint64_t>(part * static_cast<double>(m_count - 1));
+    std::size_t bin = 0;
+    while (left >= m_bins[bin]) {
+        left -= m_bins[bin++];
+    }
+    const double middle = (static_cast<double>(bin) + 0.5) * resolution;
+    return bin + 1 == numBins ? m_worst : std::min(middle, m_worst);
+}
+
 void SyncStatistics::addBlock(double seconds, double errorUs, double adjustmentError)
 {
     if (m_start < 0 || m_interrupted) {
@@ -13,7 +41,7 @@ void SyncStatistics::addBlock(double seconds, double errorUs, double adjustmentE
     const double size = std::abs(errorUs);
     if (m_locked) {
         if (seconds - m_start > settleSeconds) {
-            m_errors.push_back(static_cast<float>(size));
+            m_errors.add(size);
         }
         if (seconds - m_lockedAt > steadySeconds) {
             m_sumOfSquares += adjustmentError * adjustmentError;
@@ -53,6 +81,9 @@ void SyncStatistics::goOn(double seconds)
         m_eventTimes.push_back(m_interruptedAt);
         m_skips += m_skipped ? 1 : 0;
         m_silences += m_silent ? 1 : 0;
+        if (!m_locked && m_firstLock >= 0) { // it was interrupted again before it could lock
+            m_worstRelock = std::max(m_worstRelock, m_interruptedAt - m_start);
+        }
     }
     m_skipped = m_silent = false;
     m_start = seconds;
@@ -72,33 +103,6 @@ void SyncStatistics::addInterruption(double seconds, bool skipped, bool silent)
     }
     m_skipped = m_skipped || skipped;
     m_silent = m_silent || silent;
-}
-
-double SyncStatistics::rms() const
-{
-    double sum = 0;
-    for (const float error : m_errors) {
-        sum += static_cast<double>(error) * static_cast<double>(error);
-    }
-    return m_errors.empty() ? 0 : std::sqrt(sum / static_cast<double>(m_errors.size()));
-}
-
-double SyncStatistics::percentile(double part) const
-{
-    if (m_errors.empty()) {
-        return 0;
-    }
-    std::vector<float> errors = m_errors;
-    const auto index = static_cast<std::ptrdiff_t>(part * static_cast<double>(errors.size() - 1));
-    std::nth_element(errors.begin(), errors.begin() + index, errors.end());
-    return static_cast<double>(errors[static_cast<std::size_t>(index)]);
-}
-
-double SyncStatistics::worst() const
-{
-    return m_errors.empty()
-               ? 0
-               : static_cast<double>(*std::max_element(m_errors.begin(), m_errors.end()));
 }
 
 double SyncStatistics::adjustmentJitter() const

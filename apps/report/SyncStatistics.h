@@ -1,10 +1,31 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
 
 namespace keldaReport {
+
+/// Sizes in us, of which percentiles can be told to 0.01 us: as small after a day as after a
+/// second.
+class SizeHistogram
+{
+public:
+    void add(double size);
+    [[nodiscard]] double rms() const;
+    [[nodiscard]] double percentile(double part) const;
+    [[nodiscard]] double worst() const { return m_worst; }
+
+private:
+    static constexpr double resolution = 0.01;
+    static constexpr std::size_t numBins = 1U << 16; // the last one is for all that is larger
+
+    std::vector<std::uint32_t> m_bins = std::vector<std::uint32_t>(numBins);
+    std::uint64_t m_count = 0;
+    double m_sumOfSquares = 0;
+    double m_worst = 0;
+};
 
 /// How well a stream was in sync: from the timing error of each block.
 ///
@@ -37,9 +58,9 @@ public:
     [[nodiscard]] std::uint64_t silences() const { return m_silences; }
 
     /// Of the locked blocks, in us.
-    [[nodiscard]] double rms() const;
-    [[nodiscard]] double percentile(double part) const;
-    [[nodiscard]] double worst() const;
+    [[nodiscard]] double rms() const { return m_errors.rms(); }
+    [[nodiscard]] double percentile(double part) const { return m_errors.percentile(part); }
+    [[nodiscard]] double worst() const { return m_errors.worst(); }
 
     /// rms in ppm, once the loop has settled.
     [[nodiscard]] double adjustmentJitter() const;
@@ -48,7 +69,7 @@ private:
     void lock(double seconds);
     void goOn(double seconds);
 
-    std::vector<float> m_errors; // |us|
+    SizeHistogram m_errors;
     std::vector<double> m_eventTimes;
     double m_start = -1;      // of the stream, or of what followed the last event
     double m_smallSince = -1; // s; -1: the last one was not

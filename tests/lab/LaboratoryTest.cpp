@@ -2,6 +2,7 @@
 
 #include "Laboratory.h"
 
+#include <cmath>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -58,8 +59,8 @@ TEST_P(ScenarioTest, ReachesItsGoals)
 INSTANTIATE_TEST_SUITE_P(All, ScenarioTest,
                          testing::Values("plus-100ppm", "minus-100ppm", "plus-500ppm-wander",
                                          "minus-500ppm-wander", "plus-200ppm-jitter",
-                                         "minus-200ppm-jitter", "interruptions", "clicks-sine",
-                                         "clicks-recording"));
+                                         "minus-200ppm-jitter", "interruptions", "soak",
+                                         "clicks-sine", "clicks-recording"));
 
 // The same events give the same figures, so that what a change does can be told.
 TEST(LaboratoryTest, IsReproducible)
@@ -151,6 +152,33 @@ TEST(LaboratoryTest, CountsAnEventOnce)
     EXPECT_EQ(result.sync.events(), 2U);
     EXPECT_EQ(result.sync.silences(), 2U);
     EXPECT_TRUE(result.sync.isLocked());
+}
+
+// Filling a device takes as long as it takes: only when it runs is it known when it started.
+TEST(LaboratoryTest, IsAlignedAgainWhenTheDeviceHasBeenFilled)
+{
+    Scenario slow = perfect(20);
+    slow.drift.correction = Correction::None;
+    slow.device.wakeUpUs = 500;
+    slow.events = {{10, Event::Kind::Underrun, 300}};
+    const keldaLab::Result result = keldaLab::run(slow);
+    EXPECT_EQ(result.underruns, 1U);
+    EXPECT_LT(std::abs(result.series.spans().back().largestErrorUs), 50);
+    EXPECT_LT(std::abs(result.series.spans().back().smallestErrorUs), 50);
+}
+
+// ... whatever it is that is being measured when it happens.
+TEST(LaboratoryTest, TakesADelayThatJumpsForNoDrift)
+{
+    Scenario lying = perfect(240);
+    lying.device.crystal.ppm = -60;
+    for (const double at : {120.5, 180.0}) {
+        lying.events = {{at, Event::Kind::Offset, 800}};
+        const keldaLab::Result result = keldaLab::run(lying);
+        EXPECT_TRUE(result.sync.isLocked());
+        EXPECT_LT(result.sync.worstRelockTime(), 5) << at;
+        EXPECT_LT(result.sync.worst(), 20) << at;
+    }
 }
 
 TEST(ScenarioFileTest, TellsWhatIsWrongWithIt)

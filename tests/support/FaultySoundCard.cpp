@@ -70,9 +70,9 @@ std::string FaultySoundCard::preload() const
     return "LD_PRELOAD=" KELDA_ALSA_CALLS_LIBRARY " ASAN_OPTIONS=verify_asan_link_order=0 ";
 }
 
-std::string FaultySoundCard::playedBytes() const
+std::string FaultySoundCard::bytesOf(const std::string& name) const
 {
-    std::ifstream file(m_folder / "played.raw", std::ios::binary);
+    std::ifstream file(m_folder / name, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
 }
 

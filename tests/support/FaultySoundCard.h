@@ -41,10 +41,14 @@ public:
     template<typename Sample>
     [[nodiscard]] std::vector<Sample> played() const
     {
-        const std::string bytes = playedBytes();
-        std::vector<Sample> samples(bytes.size() / sizeof(Sample));
-        bytes.copy(reinterpret_cast<char*>(samples.data()), samples.size() * sizeof(Sample));
-        return samples;
+        return samplesOf<Sample>("played.raw");
+    }
+
+    /// What it took, and never played.
+    template<typename Sample>
+    [[nodiscard]] std::vector<Sample> dropped() const
+    {
+        return samplesOf<Sample>("dropped.raw");
     }
 
     /// What a program needs in its environment to have its calls intercepted, too: for a shell.
@@ -53,7 +57,16 @@ public:
     [[nodiscard]] const std::filesystem::path& folder() const { return m_folder; }
 
 private:
-    [[nodiscard]] std::string playedBytes() const;
+    template<typename Sample>
+    [[nodiscard]] std::vector<Sample> samplesOf(const std::string& file) const
+    {
+        const std::string bytes = bytesOf(file);
+        std::vector<Sample> samples(bytes.size() / sizeof(Sample));
+        bytes.copy(reinterpret_cast<char*>(samples.data()), samples.size() * sizeof(Sample));
+        return samples;
+    }
+
+    [[nodiscard]] std::string bytesOf(const std::string& file) const;
 
     std::filesystem::path m_folder;
     faultyPcm::ControlPointer m_control;

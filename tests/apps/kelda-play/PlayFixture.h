@@ -19,7 +19,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "support/NumberedSound.h"
+#include "support/TraceFile.h"
+
 namespace keldaPlayTest {
+
+using testSupport::createNumberedFrames;
+using testSupport::TraceRow;
 
 inline const std::string recording = "/usr/share/sounds/alsa/Front_Center.wav";
 // Half a second of other work on this machine does not let it run dry, nor 90 ms jump.
@@ -74,30 +80,6 @@ inline void createSound(const std::string& path, int format, sf_count_t frames)
     writeStereo(path, format, samples);
 }
 
-/// 16-bit stereo in which each frame, read as 32 bits, is its number, from 1 on.
-inline void createNumberedFrames(const std::string& path, std::uint32_t numFrames)
-{
-    SF_INFO info{};
-    info.samplerate = 48000;
-    info.channels = 2;
-    info.format = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
-    SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
-    ASSERT_NE(file, nullptr) << sf_strerror(nullptr);
-    std::vector<std::uint32_t> frames(numFrames);
-    std::iota(frames.begin(), frames.end(), 1U);
-    EXPECT_EQ(sf_writef_short(file, reinterpret_cast<short*>(frames.data()), numFrames), numFrames);
-    sf_close(file);
-}
-
-struct TraceRow
-{
-    std::uint64_t due, fill, frames, silence, inserted, skipped, padded, underruns;
-    std::int64_t delta, delay;
-    double adjustment;
-
-    [[nodiscard]] std::uint64_t data() const { return frames - silence - padded; }
-};
-
 class PlayTest : public testing::Test
 {
 protected:
@@ -149,23 +131,7 @@ protected:
 
     [[nodiscard]] std::vector<TraceRow> trace() const
     {
-        std::istringstream lines(read("t.csv"));
-        std::string line;
-        std::getline(lines, line);
-        EXPECT_EQ(line, "due_time_ns,delta_ns,queue_fill_ns,device_delay_ns,frames,silence_frames,"
-                        "inserted_frames,skipped_frames,padded_frames,underruns,"
-                        "adjustment_ppm");
-        std::vector<TraceRow> rows;
-        while (std::getline(lines, line)) {
-            std::replace(line.begin(), line.end(), ',', ' ');
-            std::istringstream in(line);
-            TraceRow row{};
-            in >> row.due >> row.delta >> row.fill >> row.delay >> row.frames >> row.silence >>
-                row.inserted >> row.skipped >> row.padded >> row.underruns >> row.adjustment;
-            EXPECT_TRUE(in && in.eof()) << line;
-            rows.push_back(row);
-        }
-        return rows;
+        return testSupport::readTrace(path("t.csv"));
     }
 
     /// The frames of silence that the device was given before the first frame of the stream.

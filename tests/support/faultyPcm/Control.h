@@ -50,7 +50,8 @@ inline constexpr std::array callNames = {
 inline constexpr std::size_t numCalls = callNames.size();
 
 /// The environment variable that names the folder of the sound card: "control" is the file that
-/// holds the Control, "played.raw" gets what was played.
+/// holds the Control, "played.raw" gets what was played, "dropped.raw" what was taken, but not
+/// played.
 inline constexpr const char* folderVariable = "KELDA_FAULTY_PCM";
 
 /// How the simulated sound card behaves, and what became of it: shared between a test and the
@@ -72,9 +73,11 @@ struct Control
     std::atomic<std::uint32_t> granularity; // frames by which position and delay move; 0: 1
     std::atomic<bool> isGone;               // -ENODEV for whatever is asked
     std::atomic<std::uint32_t> shortWrites; // frames taken at a time; 0: all
+    std::atomic<std::uint32_t> slowWrites;  // us that taking them lasts
 
     // One fault, when the card is to take the frame `faultAtFrame` or a later one: -EPIPE (what it
-    // holds is lost), -ESTRPIPE (it pauses until resumed), -EINTR, -ENODEV (as isGone), -EIO.
+    // holds is lost), -ESTRPIPE (it pauses until resumed), -EINTR, -EAGAIN, -ENODEV (as isGone),
+    // -EIO.
     std::atomic<std::uint64_t> faultAtFrame;
     std::atomic<std::int32_t> fault;
     std::atomic<std::uint32_t> faultRepeats; // how many times more, each `faultEvery` frames later
@@ -103,6 +106,7 @@ struct Control
     std::atomic<std::uint64_t> framesTaken;
     std::atomic<std::uint64_t> framesPlayed;
     std::atomic<std::uint64_t> framesDropped; // taken, but not played
+    std::atomic<std::uint32_t> drops;         // times that any were
     std::atomic<std::uint32_t> underruns;     // not counting injected ones
     std::atomic<std::uint32_t> numChannelsMapped;
     std::array<std::atomic<std::uint32_t>, 8> channelMap; // ALSA's positions

@@ -3,8 +3,10 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <ctime>
+#include <thread>
 #include <vector>
 
 #include <alsa/asoundlib.h>
@@ -51,8 +53,8 @@ class FaultyPcm
 public:
     FaultyPcm(ControlPointer control, const std::string& folder)
         : m_control(std::move(control)),
-          m_output(::open((folder + "/played.raw").c_str(),
-                          O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600)),
+          m_output(append(folder + "/played.raw")),
+          m_dropped(append(folder + "/dropped.raw")),
           m_timer(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC))
     {
         m_plugin.version = SND_PCM_IOPLUG_VERSION;
@@ -86,6 +88,11 @@ public:
     }
 
 private:
+    static int append(const std::string& path)
+    {
+        return ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+    }
+
     static FaultyPcm& of(snd_pcm_ioplug_t* plugin)
     {
         return *static_cast<FaultyPcm*>(plugin->private_data);
@@ -221,6 +228,8 @@ private:
         play();
         m_running = false;
         m_control->framesDropped += m_taken - m_played;
+        m_control->drops += m_taken != m_played ? 1 : 0;
+        keep(m_dropped, m_played, m_taken);
         m_taken = m_played;
         return 0;
     }
@@ -264,19 +273,19 @@ private:
             setRate();
         }
         const std::uint64_t end = std::min(due, m_taken);
-        keep(m_played, end);
+        keep(m_output, m_played, end);
         m_control->framesPlayed += end - m_played;
         m_played = end;
         return due < m_taken;
     }
 
-    void keep(std::uint64_t begin, std::uint64_t end)
+    void keep(const Descriptor& file, std::uint64_t begin, std::uint64_t end)
     {
         while (begin < end) {
             const std::size_t at = begin % m_plugin.buffer_size;
             const std::size_t count = std::min<std::size_t>(end - begin, m_plugin.buffer_size - at);
-            if (::write(m_output.get(), m_ring.data() + at * m_bytesPerFrame,
-                        count * m_bytesPerFrame) < 0) {
+            if (::write(file.get(), m_ring.data() + at * m_bytesPerFrame, count * m_bytesPerFrame) <
+                0) {
                 return;
             }
             begin += count;
@@ -327,6 +336,9 @@ private:
         if (const std::uint32_t most = m_control->shortWrites; most != 0) {
             size = std::min<snd_pcm_uframes_t>(size, most);
         }
+        if (!dawdle()) {
+            return -EPIPE;
+        }
         const auto* source = static_cast<const unsigned char*>(areas[0].addr) +
                              (areas[0].first + areas[0].step * offset) / 8;
         for (snd_pcm_uframes_t done = 0; done < size;) {
@@ -339,6 +351,24 @@ private:
         m_taken += size;
         m_control->framesTaken += size;
         return static_cast<snd_pcm_sframes_t>(size);
+    }
+
+    /// Takes its time.
+    /// @return false when the card has run dry meanwhile
+    bool dawdle()
+    {
+        const std::uint32_t microseconds = m_control->slowWrites;
+        if (microseconds == 0) {
+            return true;
+        }
+        std::this_thread::sleep_for(std::chrono::microseconds(microseconds));
+        if (play()) {
+            return true;
+        }
+        ++m_control->underruns;
+        m_running = false;
+        snd_pcm_ioplug_set_state(&m_plugin, SND_PCM_STATE_XRUN);
+        return false;
     }
 
     /// What is to go wrong with these frames. Frames before the fault's are taken first.
@@ -440,6 +470,7 @@ private:
     snd_pcm_ioplug_t m_plugin{};
     ControlPointer m_control;
     Descriptor m_output;
+    Descriptor m_dropped;
     Descriptor m_timer;
     std::size_t m_bytesPerFrame = 0;
     std::vector<unsigned char> m_ring;
