@@ -2,6 +2,7 @@
 
 #include <fstream>
 #include <iterator>
+#include <memory>
 
 #include "support/faultyPcm/AlsaCalls.h"
 
@@ -40,6 +41,12 @@ FaultySoundCard::~FaultySoundCard()
     std::filesystem::remove_all(m_folder);
 }
 
+void FaultySoundCard::renew()
+{
+    std::construct_at(m_control.get());
+    std::filesystem::remove(playedFile());
+}
+
 void FaultySoundCard::setResult(Call call, int result)
 {
     m_control->results[static_cast<std::size_t>(call)] = result;
@@ -70,9 +77,14 @@ std::string FaultySoundCard::preload() const
     return "LD_PRELOAD=" KELDA_ALSA_CALLS_LIBRARY " ASAN_OPTIONS=verify_asan_link_order=0 ";
 }
 
+std::filesystem::path FaultySoundCard::playedFile() const
+{
+    return m_folder / "played.raw";
+}
+
 std::string FaultySoundCard::playedBytes() const
 {
-    std::ifstream file(m_folder / "played.raw", std::ios::binary);
+    std::ifstream file(playedFile(), std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
 }
 

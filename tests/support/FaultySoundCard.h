@@ -10,8 +10,9 @@
 namespace testSupport {
 
 /// A sound card that fails on command, for as long as it lives: the ALSA device "faulty" of this
-/// program and of those that it starts. It plays in real time, keeps what was played, and what it
-/// does wrong is written into its Control at any time, also while a program plays.
+/// program and of those that it starts. It plays in real time (or Control::virtualTime), keeps what
+/// was played, and what it does wrong is written into its Control at any time, also while a program
+/// plays.
 ///
 /// One at a time.
 ///
@@ -26,6 +27,9 @@ public:
     ~FaultySoundCard();
     FaultySoundCard(const FaultySoundCard&) = delete;
     FaultySoundCard& operator=(const FaultySoundCard&) = delete;
+
+    /// Makes it a perfect card that has played nothing yet; it must be closed.
+    void renew();
 
     [[nodiscard]] faultyPcm::Control* operator->() const { return m_control.get(); }
 
@@ -53,6 +57,7 @@ public:
     [[nodiscard]] const std::filesystem::path& folder() const { return m_folder; }
 
 private:
+    [[nodiscard]] std::filesystem::path playedFile() const;
     [[nodiscard]] std::string playedBytes() const;
 
     std::filesystem::path m_folder;

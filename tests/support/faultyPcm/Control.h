@@ -72,6 +72,7 @@ struct Control
     std::atomic<std::uint32_t> granularity; // frames by which position and delay move; 0: 1
     std::atomic<bool> isGone;               // -ENODEV for whatever is asked
     std::atomic<std::uint32_t> shortWrites; // frames taken at a time; 0: all
+    std::atomic<std::int64_t> virtualTime;  // ns; moves on while a writer waits. 0: the real one
 
     // One fault, when the card is to take the frame `faultAtFrame` or a later one: -EPIPE (what it
     // holds is lost), -ESTRPIPE (it pauses until resumed), -EINTR, -ENODEV (as isGone), -EIO.
