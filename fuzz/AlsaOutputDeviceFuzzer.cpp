@@ -101,7 +101,7 @@ private:
     {
         switch (m_choices.below(16)) {
         case 15:
-            m_device.close();
+            atOnce([this] { m_device.close(); });
             check(!m_device.isOpened());
             break;
         case 14:
@@ -111,7 +111,7 @@ private:
             drain();
             break;
         case 12:
-            adjust();
+            atOnce([this] { adjust(); });
             break;
         case 11:
         case 10:
@@ -120,6 +120,15 @@ private:
         default:
             anyWrite();
         }
+    }
+
+    // Without waiting for the card.
+    template<typename Function>
+    void atOnce(Function function)
+    {
+        const std::int64_t before = m_card->virtualTime;
+        function();
+        check(m_card->virtualTime == before);
     }
 
     // A call of libasound that can fail at any time fails for as long as this lasts.

@@ -97,6 +97,7 @@ void PcmQueueAndModel::read()
 void PcmQueueAndModel::flushOldData()
 {
     const TimeValue time = m_choices.oneIn(10)              ? NoTimeValue
+                           : m_choices.oneIn(5)             ? m_model.writePts
                            : m_model.readPts == NoTimeValue ? m_now
                                                             : m_model.readPts + deviation();
     m_queue.flushOldData(time);
