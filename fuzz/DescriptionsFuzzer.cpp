@@ -2,28 +2,19 @@
 // through all that reads descriptions. What is read must survive being written and read again.
 
 #include <cstdint>
-#include <cstdlib>
 #include <string_view>
 
 #include <fuzzer/FuzzedDataProvider.h>
-#include <log4cplus/initializer.h>
-#include <log4cplus/logger.h>
-#include <log4cplus/nullappender.h>
 
+#include "Fuzzing.h"
 #include "audioUtils/DsdDataStructures.h"
 #include "audioUtils/PcmDataStructures.h"
 #include "miscUtils/Json.h"
 
 namespace {
 
+using fuzzing::check;
 using miscUtils::Variant;
-
-void check(bool condition)
-{
-    if (!condition) {
-        std::abort();
-    }
-}
 
 template<typename Description>
 void readOne(const Variant& variant)
@@ -84,15 +75,6 @@ Variant variantOf(FuzzedDataProvider& data, int levels)
 }
 
 } // namespace
-
-extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/)
-{
-    static const log4cplus::Initializer logging;
-    log4cplus::Logger root = log4cplus::Logger::getRoot();
-    root.addAppender(log4cplus::SharedAppenderPtr(new log4cplus::NullAppender));
-    root.setLogLevel(log4cplus::TRACE_LOG_LEVEL); // messages are built, too
-    return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size)
 {

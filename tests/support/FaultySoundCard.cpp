@@ -2,6 +2,7 @@
 
 #include <fstream>
 #include <iterator>
+#include <memory>
 
 #include "support/faultyPcm/AlsaCalls.h"
 
@@ -38,6 +39,14 @@ FaultySoundCard::~FaultySoundCard()
     unsetenv(folderVariable);
     unsetenv("ALSA_CONFIG_PATH");
     std::filesystem::remove_all(m_folder);
+}
+
+void FaultySoundCard::renew()
+{
+    std::construct_at(m_control.get());
+    for (const char* const name : {playedFile, droppedFile}) {
+        std::filesystem::remove(m_folder / name);
+    }
 }
 
 void FaultySoundCard::setResult(Call call, int result)

@@ -10,8 +10,9 @@
 namespace testSupport {
 
 /// A sound card that fails on command, for as long as it lives: the ALSA device "faulty" of this
-/// program and of those that it starts. It plays in real time, keeps what was played, and what it
-/// does wrong is written into its Control at any time, also while a program plays.
+/// program and of those that it starts. It plays in real time (or Control::virtualTime), keeps what
+/// was played, and what it does wrong is written into its Control at any time, also while a program
+/// plays.
 ///
 /// One at a time.
 ///
@@ -27,6 +28,9 @@ public:
     FaultySoundCard(const FaultySoundCard&) = delete;
     FaultySoundCard& operator=(const FaultySoundCard&) = delete;
 
+    /// Makes it a perfect card that has played nothing yet; it must be closed.
+    void renew();
+
     [[nodiscard]] faultyPcm::Control* operator->() const { return m_control.get(); }
 
     /// Makes a libasound function return this instead of doing anything; 0 lets it do its work.
@@ -41,14 +45,14 @@ public:
     template<typename Sample>
     [[nodiscard]] std::vector<Sample> played() const
     {
-        return samplesOf<Sample>("played.raw");
+        return samplesOf<Sample>(playedFile);
     }
 
     /// What it took, and never played.
     template<typename Sample>
     [[nodiscard]] std::vector<Sample> dropped() const
     {
-        return samplesOf<Sample>("dropped.raw");
+        return samplesOf<Sample>(droppedFile);
     }
 
     /// What a program needs in its environment to have its calls intercepted, too: for a shell.
@@ -57,6 +61,9 @@ public:
     [[nodiscard]] const std::filesystem::path& folder() const { return m_folder; }
 
 private:
+    static constexpr const char* playedFile = "played.raw";
+    static constexpr const char* droppedFile = "dropped.raw";
+
     template<typename Sample>
     [[nodiscard]] std::vector<Sample> samplesOf(const std::string& file) const
     {

@@ -74,6 +74,7 @@ struct Control
     std::atomic<bool> isGone;               // -ENODEV for whatever is asked
     std::atomic<std::uint32_t> shortWrites; // frames taken at a time; 0: all
     std::atomic<std::uint32_t> slowWrites;  // us that taking them lasts
+    std::atomic<std::int64_t> virtualTime;  // ns; moves on while a writer waits. 0: the real one
 
     // One fault, when the card is to take the frame `faultAtFrame` or a later one: -EPIPE (what it
     // holds is lost), -ESTRPIPE (it pauses until resumed), -EINTR, -EAGAIN, -ENODEV (as isGone),

@@ -1,5 +1,6 @@
 // A sound card in software, loaded by libasound as a plugin of type "kelda_faulty": it plays in
-// real time on the monotonic raw clock, keeps what was played, and fails on command (Control.h).
+// real time on the monotonic raw clock, or in virtual time, keeps what was played, and fails on
+// command (Control.h).
 
 #include <algorithm>
 #include <cerrno>
@@ -7,6 +8,7 @@
 #include <cstring>
 #include <ctime>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <alsa/asoundlib.h>
@@ -21,13 +23,6 @@ namespace testSupport::faultyPcm {
 namespace {
 
 constexpr std::int64_t nanosecondsPerSecond = 1'000'000'000;
-
-std::int64_t now()
-{
-    timespec time{};
-    clock_gettime(CLOCK_MONOTONIC_RAW, &time);
-    return time.tv_sec * nanosecondsPerSecond + time.tv_nsec;
-}
 
 /// Closes its file by itself.
 class Descriptor
@@ -198,6 +193,16 @@ private:
         m_taken = 0;
         m_played = 0;
         return 0;
+    }
+
+    [[nodiscard]] std::int64_t now() const
+    {
+        if (const std::int64_t time = m_control->virtualTime; time != 0) {
+            return time;
+        }
+        timespec time{};
+        clock_gettime(CLOCK_MONOTONIC_RAW, &time);
+        return time.tv_sec * nanosecondsPerSecond + time.tv_nsec;
     }
 
     int start()
@@ -447,7 +452,10 @@ private:
     void wakeUpLater()
     {
         const std::int64_t step = std::max(1U, m_control->granularity.load());
-        const std::int64_t missing = (std::max<std::int64_t>(1, -room()) + step - 1) / step * step -
+        const std::int64_t wanted = m_plugin.state == SND_PCM_STATE_DRAINING
+                                        ? static_cast<std::int64_t>(m_taken - m_played)
+                                        : -room();
+        const std::int64_t missing = (std::max<std::int64_t>(1, wanted) + step - 1) / step * step -
                                      static_cast<std::int64_t>(m_played - position());
         const auto ns =
             m_running
@@ -455,6 +463,9 @@ private:
                 : nanosecondsPerSecond;
         itimerspec time{};
         time.it_value.tv_nsec = std::clamp<std::int64_t>(ns, 1000, 10'000'000);
+        if (m_control->virtualTime != 0) {
+            m_control->virtualTime += std::exchange(time.it_value.tv_nsec, 1);
+        }
         timerfd_settime(m_timer.get(), 0, &time, nullptr);
     }
 
