@@ -1,5 +1,8 @@
 #include "audioUtils/detail/ByteRing.h"
 
+#include <limits>
+#include <stdexcept>
+
 #include <gmock/gmock.h>
 
 using audioUtils::detail::ByteRing;
@@ -60,5 +63,15 @@ TEST(ByteRing, OfNoCapacityIsEmptyAndFull)
     ring.storeZeros(0);
     ring.drop(0);
     EXPECT_TRUE(take(ring, 0).empty());
+    EXPECT_EQ(ring.freeSpace(), 0U);
+}
+
+TEST(ByteRing, HasNoRoomWhereThereIsNoMemory)
+{
+    ByteRing ring;
+    ring.setCapacity(4);
+    store(ring, {1, 2});
+    EXPECT_THROW(ring.setCapacity(std::numeric_limits<std::size_t>::max()), std::length_error);
+    EXPECT_TRUE(ring.isEmpty() && ring.isFull());
     EXPECT_EQ(ring.freeSpace(), 0U);
 }

@@ -123,6 +123,20 @@ TEST_P(TimedPcmQueueThreadTest, ABlockedWriterHasAlreadyMovedTheWriteTime)
     EXPECT_EQ(queue->getWritePts(), start + 104 * ms) << "what was stored stays";
 }
 
+TEST_P(TimedPcmQueueThreadTest, APacketThatWasStoredInPiecesMovesNoLaterTimestamp)
+{
+    auto written = blockedWrite();
+    read(start, 5);
+    while (queue->getWritePts() != start + 105 * ms) {
+        std::this_thread::yield();
+    }
+    read(start + 5 * ms, 5);
+    EXPECT_TRUE(resultOf(written));
+    read(start + 10 * ms, 10);
+    ASSERT_TRUE(queue->write(start + 110 * ms, Bytes(10 * bytesPerMs, 3)));
+    EXPECT_EQ(queue->getWritePts(), start + 120 * ms);
+}
+
 TEST_P(TimedPcmQueueThreadTest, AFlushReleasesTheWriter)
 {
     auto written = blockedWrite();

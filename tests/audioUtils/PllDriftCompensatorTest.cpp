@@ -1,6 +1,7 @@
 #include "audioUtils/PllDriftCompensator.h"
 
 #include <limits>
+#include <sstream>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -141,6 +142,30 @@ TEST_F(PllDriftCompensatorTest, TellsWhatItObserves)
     LogCapture log("AudioUtils");
     pll.update(-1'500, 100 * millisecond);
     EXPECT_THAT(log.lines(), ElementsAre("TRACE Observed drift: -1.5us  filtered drift: -1.5 us"));
+}
+
+TEST_F(PllDriftCompensatorTest, TellsWhatItsFilterMakesOfWhatItObserves)
+{
+    PllDriftCompensator pll = compensator(0.5);
+    LowPassFilter filter;
+    filter.setAlpha(0.5);
+    pll.update(0, 0);
+    pll.update(static_cast<long>(filter.filter(0)), 100 * millisecond);
+    LogCapture log("AudioUtils");
+    pll.update(2'000, 200 * millisecond);
+    std::ostringstream expected;
+    expected << "TRACE Observed drift: 2us  filtered drift: " << filter.filter(2'000) / 1000
+             << " us";
+    EXPECT_THAT(log.lines(), ElementsAre(expected.str()));
+}
+
+TEST_F(PllDriftCompensatorTest, ReportsTheSmallestNumberForGainsThatOverflow)
+{
+    PllDriftCompensator pll(
+        -1000, 1000, 1, 0, 1e308, [this](int value) { reports.push_back(value); }, 50, 1.0);
+    pll.update(0, 0);
+    pll.update(5'000, 100 * millisecond); // 0 times infinity
+    EXPECT_THAT(taken(), ElementsAre(0, std::numeric_limits<int>::min()));
 }
 
 TEST_F(PllDriftCompensatorTest, KeepsThePidsLimitsInsteadOfNone)

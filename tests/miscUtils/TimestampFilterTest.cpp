@@ -289,6 +289,66 @@ TEST_F(TimestampFilterTest, RecoversFromAReaderThatGotHalfOfItsFrames)
     EXPECT_LT(std::abs(nextError()), 10 * us);
 }
 
+// The documented loop, in numbers that need no fraction kept apart.
+TEST_F(TimestampFilterTest, FollowsItsFormulaToTheNanosecondForPacketsOfAnyLength)
+{
+    constexpr long double timeConstant = 250e6L;
+    constexpr long double nominal = 1e9L / 48000;
+    std::mt19937 random(1);
+    std::uniform_int_distribution<long> jitter(-3'000'000, 3'000'000);
+    long double nsPerFrame = nominal;
+    long double expected = 0; // ns since the start
+    long double whole = 0;    // frames since the start
+    int numFrames = 0;
+    for (int k = 1; k <= 2000; ++k) {
+        const long offset = jitter(random) + (k % 300 < 150 ? 2'000'000 : 0);
+        const auto rawTime = static_cast<std::int64_t>(whole * nominal) + offset;
+        if (k == 1) {
+            expected = static_cast<long double>(rawTime);
+        } else {
+            const auto frames = static_cast<long double>(numFrames);
+            const long double theta = std::exp(-frames * nominal / timeConstant);
+            const long double predicted = expected + frames * nsPerFrame;
+            const long double error = static_cast<long double>(rawTime) - predicted;
+            expected = predicted + error * std::max(1 - theta * theta, 1.0L / k);
+            nsPerFrame += (1 - theta) * (1 - theta) * error / frames;
+        }
+        const TimeValue filtered = filter.filter(start + static_cast<TimeValue>(rawTime));
+        ASSERT_LE(
+            std::abs(static_cast<double>(
+                static_cast<long double>(static_cast<std::int64_t>(filtered - start)) - expected)),
+            0.55)
+            << k;
+        numFrames = k % 7 == 0 ? 1000 : 480;
+        filter.advance(numFrames);
+        whole += numFrames;
+    }
+}
+
+TEST_F(TimestampFilterTest, LearnsNoRateThatNoClockHas)
+{
+    filter.setMaxErrorThreshold(second);
+    for (int i = 0; i < 3000; ++i) {
+        static_cast<void>(next(i * 500'000)); // 5 % slow
+    }
+    const TimeValueDelta offset = 3000 * 500'000;
+    EXPECT_LT(nextError(offset), static_cast<double>(offset) - 4.0 * ms)
+        << "what it may not learn it lags behind";
+}
+
+TEST_F(TimestampFilterTest, ForgetsAtANewSampleRateHowMuchAPacketWeighed)
+{
+    run(200);
+    filter.setSampleRate(8000); // 480 frames are 60 ms now
+    TimestampFilter fresh = filterFor(8000, 20 * ms);
+    for (TimeValue i = 0; i < 20; ++i) {
+        const TimeValue time = start + i * 60 * ms + i % 3 * ms;
+        EXPECT_EQ(filter.filter(time), fresh.filter(time));
+        filter.advance(framesPerPacket);
+        fresh.advance(framesPerPacket);
+    }
+}
+
 TEST_F(TimestampFilterTest, TakesTheFirstTimestampAfterAResetAsItIs)
 {
     run(200);

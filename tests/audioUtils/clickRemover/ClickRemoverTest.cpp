@@ -159,7 +159,7 @@ TEST(ClickRemoverTest, FadesAShortSignalByItsHalves)
     ClickRemover<short> skipped(10, 2, 10, true);
     LogCapture log("ClickRemover");
     EXPECT_EQ(through(skipped, stream, 480), stream);
-    EXPECT_THAT(log.messages(), Contains(HasSubstr("Too short signal detected (39")));
+    EXPECT_THAT(log.lines(), Contains(HasSubstr("TRACE Too short signal detected (39")));
 }
 
 // Each level in its words.
@@ -293,6 +293,22 @@ TYPED_TEST(ClickRemoverOfTest, AllocatesNothingOnceItsLineIsFull)
     for (int i = 0; i < 100; ++i) {
         std::fill(block.begin(), block.end(), TypeParam(i % 7 < 3 ? 5 : 0));
         remover.process(block.data(), rate, 2, i % 11 == 0 ? 480 : 77);
+    }
+    EXPECT_EQ(allocations.count(), 0U);
+}
+
+TYPED_TEST(ClickRemoverOfTest, AllocatesNothingForItsFirstFades)
+{
+    const LogCapture silent("ClickRemover", log4cplus::OFF_LOG_LEVEL);
+    ClickRemover<TypeParam> remover(10, 5, 10, false);
+    std::vector<TypeParam> block(960);
+    remover.process(block.data(), rate, 2, 480);
+    const AllocationCounter allocations;
+    for (const TypeParam sample : {TypeParam{5}, TypeParam{0}, TypeParam{0}, TypeParam{0}}) {
+        for (int i = 0; i < 3; ++i) {
+            std::fill(block.begin(), block.end(), sample);
+            remover.process(block.data(), rate, 2, 480);
+        }
     }
     EXPECT_EQ(allocations.count(), 0U);
 }

@@ -11,16 +11,18 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testSupport::FaultySoundCard;
 using testSupport::LogCapture;
+using testSupport::faultyPcm::Call;
 
 namespace {
 
 class AlsaCapabilities : public testing::Test
 {
 protected:
-    [[nodiscard]] PcmAudioCapabilities ask()
+    [[nodiscard]] PcmAudioCapabilities ask(const std::string& name = "faulty",
+                                           bool enableRateResample = false)
     {
         PcmAudioCapabilities capabilities;
-        EXPECT_TRUE(getAlsaCapabilities(capabilities, "faulty", false));
+        EXPECT_TRUE(getAlsaCapabilities(capabilities, name, enableRateResample));
         return capabilities;
     }
 
@@ -57,6 +59,28 @@ TEST_F(AlsaCapabilities, OfACardWithSomeRatesAreAList)
 {
     card->severalRates = true;
     EXPECT_EQ(ask().getSampleRates(), IntegerRange(std::vector<int>{44100, 48000, 96000}));
+}
+
+// ALSA's null device names 2^32 - 1 for its largest rate and number of channels.
+TEST_F(AlsaCapabilities, OfADeviceThatTakesEverythingEndWhereNumbersDo)
+{
+    const PcmAudioCapabilities capabilities = ask("null");
+    EXPECT_EQ(capabilities.getSampleRates(), IntegerRange(1, 1 << 30));
+    EXPECT_EQ(capabilities.getNumChannels(), IntegerRange(1, 32));
+}
+
+TEST_F(AlsaCapabilities, AreToldOfABusyDeviceAtOnce)
+{
+    static_cast<void>(ask());
+    EXPECT_EQ(card.value(Call::snd_pcm_open), SND_PCM_NONBLOCK);
+}
+
+TEST_F(AlsaCapabilities, CountRatesThatAlsaConvertsOnlyWhereItMay)
+{
+    static_cast<void>(ask("faulty", false));
+    EXPECT_EQ(card.value(Call::snd_pcm_hw_params_set_rate_resample), 0);
+    static_cast<void>(ask("faulty", true));
+    EXPECT_EQ(card.value(Call::snd_pcm_hw_params_set_rate_resample), 1);
 }
 
 TEST_F(AlsaCapabilities, CantBeHadFromADeviceThatIsNotThere)

@@ -39,6 +39,12 @@ std::string reasonOf(int error)
 
 void ignoreError(const char*, int, const char*, int, const char*, ...) {}
 
+int numXrunsTold = 0;
+void countXrun(const char*, int, const char*, int, const char* format, ...)
+{
+    numXrunsTold += std::string(format).ends_with(" occurred") ? 1 : 0;
+}
+
 class AlsaOutputDeviceWriteTest : public testing::Test
 {
 protected:
@@ -108,6 +114,17 @@ TEST_F(AlsaOutputDeviceWriteTest, PlaysEveryFrameOnceWhenLittleIsTakenAtATime)
     EXPECT_EQ(write(9'000), OutputDevice::Success);
     device.drain();
     EXPECT_TRUE(card.played<std::uint32_t>() == frames(1, 9'001));
+}
+
+TEST_F(AlsaOutputDeviceWriteTest, GoesOnAtTheRightByteWhereSamplesAreLarger)
+{
+    ASSERT_TRUE(device.open("faulty", PcmFormat::S32LE, 48000, 2, 24'000, 480, 4'800, false, ""));
+    card->shortWrites = 77;
+    std::vector<std::uint64_t> frames(9'000);
+    std::iota(frames.begin(), frames.end(), 1U);
+    EXPECT_EQ(device.write(frames.data(), frames.size()), OutputDevice::Success);
+    device.drain();
+    EXPECT_TRUE(card.played<std::uint64_t>() == frames);
 }
 
 TEST_F(AlsaOutputDeviceWriteTest, PlaysAgainAfterADrain)
@@ -308,6 +325,28 @@ TEST_F(AlsaOutputDeviceWriteTest, TellsWhyItCantSayHowMuchItWouldTake)
                 ElementsAre("ERROR AlsaOutputDevice: error while getting available frames: (" +
                             reasonOf(-ENODEV) + ") (-19)"));
     EXPECT_EQ(card.count(Call::snd_pcm_recover), 0U);
+}
+
+TEST_F(AlsaOutputDeviceWriteTest, LeavesASuspendedCardToTheNextWriteWhenAskedHowMuchItWouldTake)
+{
+    open();
+    card.setResult(Call::snd_pcm_avail_update, -ESTRPIPE);
+    EXPECT_EQ(device.framesReady(), -1);
+    EXPECT_EQ(card.count(Call::snd_pcm_recover), 0U);
+}
+
+TEST_F(AlsaOutputDeviceWriteTest, LetsAlsaTellOfEachRecoveryToo)
+{
+    numXrunsTold = 0;
+    snd_lib_error_set_handler(countXrun);
+    open();
+    card->fault = -EPIPE;
+    card->faultAtFrame = 480;
+    EXPECT_EQ(write(960), OutputDevice::Underrun);
+    EXPECT_EQ(numXrunsTold, 1);
+    card.setResult(Call::snd_pcm_avail_update, -EPIPE);
+    EXPECT_EQ(device.framesReady(), 0);
+    EXPECT_EQ(numXrunsTold, 2);
 }
 
 TEST_F(AlsaOutputDeviceWriteTest, ShortensTheDelayByTheTimeSince)

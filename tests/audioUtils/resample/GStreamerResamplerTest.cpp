@@ -324,6 +324,19 @@ TEST(GStreamerResamplerTest, RefusesInputBehindTheEndOfTheStream)
     EXPECT_THAT(log.lines(), IsEmpty());
 }
 
+TEST(GStreamerResamplerTest, CountsNoInputThatItRefused)
+{
+    GStreamerResampler resampler(1, 24000, 48000, GStreamerResampler::Float32, 1);
+    LogCapture log("GStreamerResampler", log4cplus::INFO_LOG_LEVEL);
+    std::vector<float> in = sine<float>(1000, 0.01);
+    std::vector<float> out(100);
+    EXPECT_EQ(resampler.resample(in.data(), 1000, out.data(), 100, true), 100);
+    EXPECT_EQ(resampler.calculateLatency(), 1000 - 50);
+    EXPECT_EQ(resampler.resample(in.data(), 1000, out.data(), 100, false), 100);
+    EXPECT_THAT(log.lines(), ElementsAre("ERROR Failed to push buffer to appsrc"));
+    EXPECT_EQ(resampler.calculateLatency(), 1000 - 100);
+}
+
 TEST(GStreamerResamplerTest, DeliversFirstWhatDidNotFit)
 {
     GStreamerResampler resampler(1, 24000, 48000, GStreamerResampler::Float32, 1);
