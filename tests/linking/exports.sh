@@ -1,8 +1,10 @@
 #!/bin/sh
-# exports.sh LIBRARY NAMESPACE [NAMES]: fails when the library offers anything but its public names;
+# exports.sh NM LIBRARY NAMESPACE [NAMES]: fails when the library offers anything but its public names;
 # NAMES are those outside the namespace, as a regular expression.
 set -eu
-names=$(nm --dynamic --defined-only --demangle "$1" | cut -d' ' -f3-)
+nm=$1
+shift
+names=$("$nm" --dynamic --defined-only --demangle "$1" | cut -d' ' -f3-)
 printf '%s\n' "$names" | grep -q "^$2::" || { echo "$1 exports nothing"; exit 1; }
 
 others=$(printf '%s\n' "$names" |

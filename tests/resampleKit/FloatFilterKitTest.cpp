@@ -5,9 +5,9 @@
 #include <vector>
 
 #include <gmock/gmock.h>
-#include <hwy/targets.h>
 
 #include "resampleKit/FloatBlockFilter.h"
+#include "support/EachInstructionSet.h"
 
 namespace {
 
@@ -132,24 +132,10 @@ TEST(FloatFilterKit, StretchesTheFilter)
 
 namespace {
 
-class FloatBlockFilter : public testing::TestWithParam<std::int64_t>
-{
-protected:
-    FloatBlockFilter() { hwy::SetSupportedTargetsForTest(GetParam()); }
-    ~FloatBlockFilter() override { hwy::SetSupportedTargetsForTest(0); }
-};
+using FloatBlockFilter = testSupport::EachInstructionSet;
 
-std::vector<std::int64_t> targets()
-{
-    std::vector<std::int64_t> all;
-    for (std::int64_t left = hwy::SupportedTargets(); left != 0; left &= left - 1) {
-        all.push_back(left & -left);
-    }
-    return all;
-}
-
-INSTANTIATE_TEST_SUITE_P(, FloatBlockFilter, testing::ValuesIn(targets()),
-                         [](const auto& instance) { return hwy::TargetName(instance.param); });
+INSTANTIATE_TEST_SUITE_P(, FloatBlockFilter, testing::ValuesIn(testSupport::instructionSets()),
+                         testSupport::nameOfInstructionSet);
 
 } // namespace
 

@@ -6,9 +6,9 @@
 #include <vector>
 
 #include <gmock/gmock.h>
-#include <hwy/targets.h>
 
 #include "resampleKit/ShortBlockFilter.h"
+#include "support/EachInstructionSet.h"
 
 namespace {
 
@@ -138,24 +138,10 @@ TEST(ShortFilterKit, InterpolatesBetweenEntriesWhenAsked)
 
 namespace {
 
-class ShortBlockFilter : public testing::TestWithParam<std::int64_t>
-{
-protected:
-    ShortBlockFilter() { hwy::SetSupportedTargetsForTest(GetParam()); }
-    ~ShortBlockFilter() override { hwy::SetSupportedTargetsForTest(0); }
-};
+using ShortBlockFilter = testSupport::EachInstructionSet;
 
-std::vector<std::int64_t> targets()
-{
-    std::vector<std::int64_t> all;
-    for (std::int64_t left = hwy::SupportedTargets(); left != 0; left &= left - 1) {
-        all.push_back(left & -left);
-    }
-    return all;
-}
-
-INSTANTIATE_TEST_SUITE_P(, ShortBlockFilter, testing::ValuesIn(targets()),
-                         [](const auto& instance) { return hwy::TargetName(instance.param); });
+INSTANTIATE_TEST_SUITE_P(, ShortBlockFilter, testing::ValuesIn(testSupport::instructionSets()),
+                         testSupport::nameOfInstructionSet);
 
 } // namespace
 

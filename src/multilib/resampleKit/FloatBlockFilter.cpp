@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <type_traits>
 
+#include "resampleKit/InstructionSets.h"
+
 #ifndef KELDA_FLOAT_BLOCK
 #define KELDA_FLOAT_BLOCK
 namespace resampleKit {

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <type_traits>
 
+#include "resampleKit/InstructionSets.h"
 #include "resampleKit/ShortArithmetic.h"
 
 #ifndef KELDA_SHORT_BLOCK
