@@ -8,6 +8,7 @@
 #include <gmock/gmock.h>
 #include <hwy/targets.h>
 
+#include "resampleKit/FloatFilterKit.h"
 #include "resampleKit/ShortBlockFilter.h"
 
 namespace {
@@ -64,6 +65,28 @@ TEST(ShortFilterKit, DesignsATableAndItsDifferences)
         }
         EXPECT_EQ(wing.impD.back(), -wing.imp.back());
     }
+}
+
+TEST(ShortFilterKit, DesignsTheFilterOfTheFloatKitInRoundedNumbers)
+{
+    for (const int zeroCrossings : allWings) {
+        const Wing wing(zeroCrossings);
+        std::vector<double> exact(wing.imp.size());
+        lrsLpFilter(exact.data(), static_cast<int>(exact.size()), 0.45, 15.0, entries);
+        for (std::size_t i = 0; i < exact.size(); ++i) {
+            ASSERT_NEAR(wing.imp[i], exact[i] * 32768, 1.5) << "entry " << i;
+        }
+    }
+}
+
+TEST(ShortFilterKit, EndsAtZeroBehindAWindowThatDoesNot)
+{
+    std::vector<short> imp(512);
+    std::vector<short> impD(512);
+    unsigned short lpScl = 0;
+    EXPECT_EQ(makeFilter(imp.data(), impD.data(), &lpScl, 512, 0.7, 0.0), 0);
+    EXPECT_NE(imp.back(), 0);
+    EXPECT_EQ(impD.back(), -imp.back());
 }
 
 TEST(ShortFilterKit, HasUnityGainAtEveryPhase)
