@@ -142,10 +142,12 @@ TEST(ShortFilterKit, TakesPhase0OnTheRightForAWholeSample)
 {
     Wing wing(32);
     std::vector<short> x(600);
-    x[300] = 12'345;
-    EXPECT_EQ(wing.up(&x[300], 0, +1), (wing.imp[entries] * 12'345 + 4096) >> 13);
-    EXPECT_EQ(wing.up(&x[300], 0, -1), (wing.imp[0] * 12'345 + 4096) >> 13);
-    EXPECT_EQ(wing.upOrDown(&x[300], 0, +1, 16'384), (wing.imp[128] * 12'345 + 4096) >> 13);
+    for (const int level : {1, 5'000, 12'345, -16'383}) {
+        x[300] = static_cast<short>(level);
+        EXPECT_EQ(wing.up(&x[300], 0, +1), (wing.imp[entries] * level + 4096) >> 13);
+        EXPECT_EQ(wing.up(&x[300], 0, -1), (wing.imp[0] * level + 4096) >> 13);
+        EXPECT_EQ(wing.upOrDown(&x[300], 0, +1, 16'384), (wing.imp[128] * level + 4096) >> 13);
+    }
 }
 
 TEST(ShortFilterKit, InterpolatesBetweenEntriesWhenAsked)
