@@ -533,7 +533,7 @@ TEST(GStreamerResamplerTest, ForgetsTheSignalAtAReset)
     const std::vector<float> in = sine<float>(4410, 0.01);
     const std::vector<float> expected = process(resampler, in, 10'000, true);
     LogCapture log("GStreamerResampler");
-    for (const std::size_t room : {10'000, 100, 4700, 0}) {
+    for (const std::size_t room : {10'000U, 100U, 4700U, 0U}) {
         for (const bool ended : {false, true}) {
             process(resampler, in, room, ended);
             log.clear();
