@@ -66,6 +66,16 @@ TEST(ByteRing, OfNoCapacityIsEmptyAndFull)
     EXPECT_EQ(ring.freeSpace(), 0U);
 }
 
+TEST(ByteRing, IsNotFullBeforeItsLastByte)
+{
+    ByteRing ring;
+    ring.setCapacity(3);
+    store(ring, {1, 2});
+    EXPECT_FALSE(ring.isFull());
+    store(ring, {3});
+    EXPECT_TRUE(ring.isFull());
+}
+
 TEST(ByteRing, HasNoRoomWhereThereIsNoMemory)
 {
     ByteRing ring;

@@ -16,6 +16,7 @@ using miscUtils::Variant;
 using miscUtils::VariantArray;
 using miscUtils::VariantHash;
 using testing::HasSubstr;
+using testing::StartsWith;
 
 namespace {
 
@@ -74,6 +75,7 @@ TEST(Json, TellsWhereAndWhyATextIsWrong)
         {"{", 1, 1, "syntax error"},
         {"{\"a\": 1,\n \"b\" 2}", 2, 7, "syntax error"},
         {"[1,\n2,\n  x]", 3, 3, "syntax error"},
+        {"[1,\n x,\n2,\n3]", 2, 2, "syntax error"},
         {"[true]", 1, 5, "truth values are not supported"},
         {"1.5", 1, 3, "only 64-bit integers are supported"},
         {"9223372036854775808", 1, 19, "does not fit into 64 bits"},
@@ -92,6 +94,15 @@ TEST(Json, TellsWhereAndWhyATextIsWrong)
         EXPECT_EQ(error.column, column) << json << ": " << error.message;
         EXPECT_EQ(value, "untouched") << json;
     }
+}
+
+TEST(Json, BeginsItsMessagesWithWhatIsWrong)
+{
+    Variant value;
+    JsonError error;
+    EXPECT_FALSE(fromJson(value, error, "[1,\n2,\n  x]"));
+    EXPECT_THAT(error.message, StartsWith("syntax error while parsing value"))
+        << "where, it tells apart";
 }
 
 TEST(Json, RefusesWhatWouldOverflowTheStack)

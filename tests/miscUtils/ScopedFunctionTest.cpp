@@ -90,6 +90,8 @@ TEST(ScopedFunction, KeepsOperatorsWhole)
               "Range::operator->");
     EXPECT_EQ(dbglog_scopedFunction("audioUtils::Range::operator bool() const", "AudioUtils"),
               "Range::operator bool");
+    EXPECT_EQ(dbglog_scopedFunction("operatorKind audioUtils::Range::operator<(int)", "AudioUtils"),
+              "Range::operator<");
 }
 
 TEST(ScopedFunction, NamesTheFunctionAroundALambda)

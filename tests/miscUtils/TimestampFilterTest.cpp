@@ -289,39 +289,42 @@ TEST_F(TimestampFilterTest, RecoversFromAReaderThatGotHalfOfItsFrames)
     EXPECT_LT(std::abs(nextError()), 10 * us);
 }
 
-// The documented loop, in numbers that need no fraction kept apart.
+// The documented loop, in numbers that need no fraction kept apart; the first timestamps are off by
+// more than a packet.
 TEST_F(TimestampFilterTest, FollowsItsFormulaToTheNanosecondForPacketsOfAnyLength)
 {
     constexpr long double timeConstant = 250e6L;
     constexpr long double nominal = 1e9L / 48000;
-    std::mt19937 random(1);
-    std::uniform_int_distribution<long> jitter(-3'000'000, 3'000'000);
-    long double nsPerFrame = nominal;
-    long double expected = 0; // ns since the start
-    long double whole = 0;    // frames since the start
-    int numFrames = 0;
-    for (int k = 1; k <= 2000; ++k) {
-        const long offset = jitter(random) + (k % 300 < 150 ? 2'000'000 : 0);
-        const auto rawTime = static_cast<std::int64_t>(whole * nominal) + offset;
-        if (k == 1) {
-            expected = static_cast<long double>(rawTime);
-        } else {
+    for (unsigned int seed = 0; seed < 20; ++seed) {
+        TimestampFilter loop = filterFor(48000, second);
+        std::mt19937 random(seed);
+        std::uniform_int_distribution<long> jitter(-3'000'000, 3'000'000);
+        long double nsPerFrame = nominal;
+        long double expected = 0; // ns since the start
+        long double whole = 0;    // frames since the start
+        int numFrames = 0;
+        for (int k = 1; k <= 500; ++k) {
+            const long offset = jitter(random) * (k < 10 ? 20 : 1) + (k < 250 ? 2'000'000 : 0);
+            const auto rawTime = static_cast<std::int64_t>(whole * nominal) + offset;
             const auto frames = static_cast<long double>(numFrames);
-            const long double theta = std::exp(-frames * nominal / timeConstant);
-            const long double predicted = expected + frames * nsPerFrame;
-            const long double error = static_cast<long double>(rawTime) - predicted;
-            expected = predicted + error * std::max(1 - theta * theta, 1.0L / k);
-            nsPerFrame += (1 - theta) * (1 - theta) * error / frames;
+            if (k == 1) {
+                expected = static_cast<long double>(rawTime);
+            } else {
+                const long double theta = std::exp(-frames * nominal / timeConstant);
+                const long double predicted = expected + frames * nsPerFrame;
+                const long double error = static_cast<long double>(rawTime) - predicted;
+                expected = predicted + error * std::max(1 - theta * theta, 1.0L / k);
+                nsPerFrame = std::clamp(nsPerFrame + (1 - theta) * (1 - theta) * error / frames,
+                                        nominal * 0.99L, nominal * 1.01L);
+            }
+            const TimeValue filtered = loop.filter(start + static_cast<TimeValue>(rawTime));
+            const auto sinceStart = static_cast<std::int64_t>(filtered - start);
+            ASSERT_LE(std::abs(static_cast<long double>(sinceStart) - expected), 0.55L)
+                << "seed " << seed << ", timestamp " << k;
+            numFrames = k % 7 == 0 ? 1000 : 480;
+            loop.advance(numFrames);
+            whole += numFrames;
         }
-        const TimeValue filtered = filter.filter(start + static_cast<TimeValue>(rawTime));
-        ASSERT_LE(
-            std::abs(static_cast<double>(
-                static_cast<long double>(static_cast<std::int64_t>(filtered - start)) - expected)),
-            0.55)
-            << k;
-        numFrames = k % 7 == 0 ? 1000 : 480;
-        filter.advance(numFrames);
-        whole += numFrames;
     }
 }
 

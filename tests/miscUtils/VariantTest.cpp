@@ -148,6 +148,7 @@ TEST(Variant, PrintsOnOneLine)
 {
     EXPECT_EQ(print(Variant()), "invalid");
     EXPECT_EQ(print(Variant(-7)), "-7");
+    EXPECT_EQ(print(Variant(9'223'372'036'854'775'807)), "9223372036854775807");
     EXPECT_EQ(print(Variant("a \"b\"")), R"("a \"b\"")");
     EXPECT_EQ(print(Variant(VariantArray())), "[]");
     EXPECT_EQ(print(Variant(VariantHash{{"rates", arrayOf({1, "x"})}, {"max", 8}})),

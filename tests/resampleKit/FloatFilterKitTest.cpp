@@ -72,6 +72,13 @@ TEST(FloatFilterKit, DesignsAKaiserWindowedSinc)
     }
 }
 
+TEST(FloatFilterKit, DesignsAWingOfOneEntry)
+{
+    double centre = 0;
+    lrsLpFilter(&centre, 1, 0.45, 15.0, 4096);
+    EXPECT_DOUBLE_EQ(centre, 0.9);
+}
+
 TEST(FloatFilterKit, HasUnityGainAtEveryPhase)
 {
     for (const int zeroCrossings : {7, 10, 17, 32}) {

@@ -7,6 +7,7 @@
 
 #include <gmock/gmock.h>
 
+#include "resampleKit/FloatFilterKit.h"
 #include "resampleKit/ShortBlockFilter.h"
 #include "support/EachInstructionSet.h"
 
@@ -66,6 +67,28 @@ TEST(ShortFilterKit, DesignsATableAndItsDifferences)
     }
 }
 
+TEST(ShortFilterKit, DesignsTheFilterOfTheFloatKitInRoundedNumbers)
+{
+    for (const int zeroCrossings : allWings) {
+        const Wing wing(zeroCrossings);
+        std::vector<double> exact(wing.imp.size());
+        lrsLpFilter(exact.data(), static_cast<int>(exact.size()), 0.45, 15.0, entries);
+        for (std::size_t i = 0; i < exact.size(); ++i) {
+            ASSERT_NEAR(wing.imp[i], exact[i] * 32768, 1.5) << "entry " << i;
+        }
+    }
+}
+
+TEST(ShortFilterKit, EndsAtZeroBehindAWindowThatDoesNot)
+{
+    std::vector<short> imp(512);
+    std::vector<short> impD(512);
+    unsigned short lpScl = 0;
+    EXPECT_EQ(makeFilter(imp.data(), impD.data(), &lpScl, 512, 0.7, 0.0), 0);
+    EXPECT_NE(imp.back(), 0);
+    EXPECT_EQ(impD.back(), -imp.back());
+}
+
 TEST(ShortFilterKit, HasUnityGainAtEveryPhase)
 {
     for (const int zeroCrossings : allWings) {
@@ -119,10 +142,12 @@ TEST(ShortFilterKit, TakesPhase0OnTheRightForAWholeSample)
 {
     Wing wing(32);
     std::vector<short> x(600);
-    x[300] = 16'384;
-    EXPECT_EQ(wing.up(&x[300], 0, +1), (wing.imp[entries] * 16'384 + 4096) >> 13);
-    EXPECT_EQ(wing.up(&x[300], 0, -1), (wing.imp[0] * 16'384 + 4096) >> 13);
-    EXPECT_EQ(wing.upOrDown(&x[300], 0, +1, 16'384), (wing.imp[128] * 16'384 + 4096) >> 13);
+    for (const int level : {1, 5'000, 12'345, -16'383}) {
+        x[300] = static_cast<short>(level);
+        EXPECT_EQ(wing.up(&x[300], 0, +1), (wing.imp[entries] * level + 4096) >> 13);
+        EXPECT_EQ(wing.up(&x[300], 0, -1), (wing.imp[0] * level + 4096) >> 13);
+        EXPECT_EQ(wing.upOrDown(&x[300], 0, +1, 16'384), (wing.imp[128] * level + 4096) >> 13);
+    }
 }
 
 TEST(ShortFilterKit, InterpolatesBetweenEntriesWhenAsked)

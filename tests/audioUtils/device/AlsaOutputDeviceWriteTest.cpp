@@ -119,12 +119,13 @@ TEST_F(AlsaOutputDeviceWriteTest, PlaysEveryFrameOnceWhenLittleIsTakenAtATime)
 TEST_F(AlsaOutputDeviceWriteTest, GoesOnAtTheRightByteWhereSamplesAreLarger)
 {
     ASSERT_TRUE(device.open("faulty", PcmFormat::S32LE, 48000, 2, 24'000, 480, 4'800, false, ""));
-    card->shortWrites = 77;
-    std::vector<std::uint64_t> frames(9'000);
-    std::iota(frames.begin(), frames.end(), 1U);
-    EXPECT_EQ(device.write(frames.data(), frames.size()), OutputDevice::Success);
+    card->fault = -ESTRPIPE;
+    card->faultAtFrame = 1'000; // inside the block
+    std::vector<std::uint64_t> block(9'000);
+    std::iota(block.begin(), block.end(), 1U);
+    EXPECT_EQ(device.write(block.data(), block.size()), OutputDevice::Underrun);
     device.drain();
-    EXPECT_TRUE(card.played<std::uint64_t>() == frames);
+    EXPECT_TRUE(card.played<std::uint64_t>() == block);
 }
 
 TEST_F(AlsaOutputDeviceWriteTest, PlaysAgainAfterADrain)

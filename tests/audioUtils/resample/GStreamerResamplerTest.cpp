@@ -1,5 +1,6 @@
 #include "audioUtils/resample/GStreamerResampler.h"
 
+#include <atomic>
 #include <chrono>
 #include <cmath>
 #include <cstdlib>
@@ -8,6 +9,7 @@
 #include <numeric>
 #include <vector>
 
+#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gst/gst.h>
 #include <rapidcheck.h>
@@ -30,6 +32,8 @@ using testSupport::SineFit;
 namespace {
 
 constexpr double attenuation = 0.944060876;
+
+std::atomic<bool> noPipelineStarts = false;
 
 template<typename T>
 struct Type;
@@ -130,6 +134,16 @@ std::string capsText(GstCaps* caps)
 }
 
 } // namespace
+
+// Stands before GStreamer's own, which always succeeds with these elements.
+extern "C" __attribute__((visibility("default"))) GstStateChangeReturn
+gst_element_set_state(GstElement* element, GstState state)
+{
+    static const auto real =
+        reinterpret_cast<decltype(&gst_element_set_state)>(dlsym(RTLD_NEXT, __func__));
+    return noPipelineStarts && state == GST_STATE_PLAYING ? GST_STATE_CHANGE_FAILURE
+                                                          : real(element, state);
+}
 
 TYPED_TEST(GStreamerResamplerOfTest, ConvertsASine)
 {
@@ -337,6 +351,17 @@ TEST(GStreamerResamplerTest, CountsNoInputThatItRefused)
     EXPECT_EQ(resampler.calculateLatency(), 1000 - 100);
 }
 
+TEST(GStreamerResamplerTest, TakesNothingOfANegativeNumberOfSamples)
+{
+    GStreamerResampler resampler(1, 24000, 48000, GStreamerResampler::Float32, 1);
+    std::vector<float> in = sine<float>(1000, 0.01);
+    std::vector<float> out(100);
+    unsigned int count = 100;
+    static_cast<void>(resampler.processFloat(in.data(), -1000, out.data(), count, false, false));
+    EXPECT_EQ(count, 0U);
+    EXPECT_EQ(resampler.calculateLatency(), 0);
+}
+
 TEST(GStreamerResamplerTest, DeliversFirstWhatDidNotFit)
 {
     GStreamerResampler resampler(1, 24000, 48000, GStreamerResampler::Float32, 1);
@@ -468,6 +493,30 @@ TEST(GStreamerResamplerTest, RefusesARateOf0AndGoesOn)
                 isAbout<std::size_t>(480));
 }
 
+TEST(GStreamerResamplerTest, TriesAgainToStartAPipelineThatDidNot)
+{
+    GStreamerResampler resampler(1, 44100, 48000, GStreamerResampler::Float32, 4);
+    LogCapture log("GStreamerResampler", log4cplus::INFO_LOG_LEVEL);
+    std::vector<float> in = sine<float>(441, 0.01);
+    std::vector<float> out(2000);
+    noPipelineStarts = true;
+    EXPECT_FALSE(resampler.setAudioFormatAndRate(GStreamerResampler::Float32, 22050, 48000));
+    EXPECT_EQ(resampler.resample(in.data(), 441, out.data(), 2000, true), 0);
+    noPipelineStarts = false;
+    EXPECT_GT(resampler.resample(in.data(), 441, out.data(), 2000, true), 950);
+    EXPECT_THAT(log.lines(),
+                ElementsAre("ERROR Failed to reconfigure pipeline to audio format 'F32LE'!"));
+}
+
+TEST(GStreamerResamplerTest, HasNoLatencyWithoutARate)
+{
+    GStreamerResampler resampler(1, 44100, 48000, GStreamerResampler::Float32, 4);
+    resampler.setSamplingRate(0, 0);
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(resampler.getCurrentLatencyNs(), 0);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "") << "GStreamer divides by no rate";
+}
+
 TEST(GStreamerResamplerTest, RefusesAnUnknownType)
 {
     GStreamerResampler resampler(1, 44100, 48000, GStreamerResampler::Float32, 4);
@@ -484,7 +533,7 @@ TEST(GStreamerResamplerTest, ForgetsTheSignalAtAReset)
     const std::vector<float> in = sine<float>(4410, 0.01);
     const std::vector<float> expected = process(resampler, in, 10'000, true);
     LogCapture log("GStreamerResampler");
-    for (const std::size_t room : {10'000, 100, 4700, 0}) {
+    for (const std::size_t room : {10'000U, 100U, 4700U, 0U}) {
         for (const bool ended : {false, true}) {
             process(resampler, in, room, ended);
             log.clear();

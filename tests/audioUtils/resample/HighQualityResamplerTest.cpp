@@ -160,6 +160,25 @@ TEST(HighQualityResampler, TakesNothingWithoutRoomForAFrame)
     EXPECT_EQ(result.out.size(), 0U);
 }
 
+TEST(HighQualityResampler, TakesNothingOfANegativeNumberOfSamples)
+{
+    HighQualityResampler resampler(1, HighQualityResampler::Low);
+    std::vector<float> in = ramp(5000);
+    std::vector<float> out(5000);
+    unsigned int count = 5000;
+    EXPECT_EQ(resampler.processFloat(in.data(), -2000, out.data(), count, false, false), 0);
+    EXPECT_EQ(count, 0U);
+    EXPECT_EQ(resampler.getCurrentLatencyNs(), 0);
+}
+
+TEST(HighQualityResampler, OfNoChannelsTakesAndGivesNothing)
+{
+    HighQualityResampler resampler(0, HighQualityResampler::Low);
+    const Result result = process(resampler, ramp(500), 500);
+    EXPECT_EQ(result.consumed, 0);
+    EXPECT_TRUE(result.out.empty());
+}
+
 TEST(HighQualityResampler, OffersWhatDidNotFitFirst)
 {
     HighQualityResampler inPieces(1, HighQualityResampler::Low);
@@ -325,6 +344,19 @@ TEST(HighQualityResampler, AllocatesNothingAfterItsConstruction)
     EXPECT_EQ(allocations.count(), 0U);
 }
 
+TEST(HighQualityResampler, StretchesItsFilterOnlyWhereTheRateFalls)
+{
+    HighQualityResampler resampler(1, HighQualityResampler::Low);
+    std::vector<float> x = ramp(600);
+    x[305] = 0;
+    std::vector<float> up(20);
+    std::vector<float> upOrDown(20);
+    EXPECT_EQ(resampler.srcUpsample(x.data(), up.data(), 0.5, 1.0F, 300.25, 10, true), 20);
+    EXPECT_EQ(resampler.srcUpOrDownsample(x.data(), upOrDown.data(), 0.5, 1.0F, 300.25, 10, true),
+              20);
+    EXPECT_EQ(upOrDown, up);
+}
+
 TEST(HighQualityResampler, DesignsAFilterOnce)
 {
     auto& calculator = HighQualityResampler::FilterCalculator::instance();
@@ -333,12 +365,20 @@ TEST(HighQualityResampler, DesignsAFilterOnce)
     EXPECT_EQ(first.size(), 28672U);
     EXPECT_EQ(first, calculator.calculate(28672, 0.45, 15.0, 4096));
     EXPECT_NE(first, calculator.calculate(28672, 0.4, 15.0, 4096));
+    EXPECT_EQ(first, calculator.calculate(28672, 0.45, 15.0, 4096));
+    EXPECT_NE(first, calculator.calculate(28672, 0.45, 14.0, 4096)) << "another window";
+    EXPECT_EQ(first, calculator.calculate(28672, 0.45, 15.0, 4096));
+    EXPECT_NE(first, calculator.calculate(28672, 0.45, 15.0, 2048)) << "of twice the width";
 
     std::vector<short> imp;
     std::vector<short> impD;
     unsigned short scale = 0;
     EXPECT_TRUE(HighQualityResamplerShort::FilterCalculator::instance().calculate(imp, impD, scale,
                                                                                   1792, 0.9, 15.0));
+    std::vector<short> other;
+    EXPECT_TRUE(HighQualityResamplerShort::FilterCalculator::instance().calculate(
+        other, impD, scale, 1792, 0.9, 14.0));
+    EXPECT_NE(imp, other);
     EXPECT_EQ(imp.size(), 1792U);
     EXPECT_EQ(impD.size(), 1792U);
     EXPECT_EQ(scale, 8192);
