@@ -163,6 +163,7 @@ private:
             isAudio() ? std::optional(0.0) : firstFrameOf(m_renderer->lastBlock());
         const double time = static_cast<double>(now - start) * 1e-9;
 
+        m_result.alignments += record.isRealigned ? 1 : 0;
         m_result.underruns += record.result == audioUtils::OutputDevice::Underrun ? 1 : 0;
         if (!record.isContinuous() || !frame || !wasRunning ||
             record.result != audioUtils::OutputDevice::Success) {

@@ -17,6 +17,7 @@ struct Result
     keldaReport::SyncStatistics sync;
     keldaReport::Series series;
     std::uint64_t underruns = 0;  ///< of the device
+    std::uint64_t alignments = 0; ///< of what a fault has left behind, an event each
     FrameAccounts frames;         ///< where they are numbered, and clicks not removed
     std::uint64_t heapGrowth = 0; ///< bytes, from a 24th of the time on until the end
     keldaReport::Audio played;    ///< where the content is audio

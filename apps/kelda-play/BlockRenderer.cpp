@@ -2,12 +2,20 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <utility>
 
 namespace keldaPlay {
 
 using audioUtils::OutputDevice;
 using miscUtils::TimeValue;
+
+namespace {
+
+constexpr miscUtils::TimeValueDelta largeError = 2'000'000; // ns: the loop needs seconds for it
+constexpr TimeValue patience = 2'500'000'000;               // ns: false words that last end before
+
+} // namespace
 
 BlockRenderer::BlockRenderer(audioUtils::PcmQueue& queue, OutputDevice& device,
                              const FrameLayout& queued, unsigned int queuedRate, RenderPath path,
@@ -134,15 +142,20 @@ double BlockRenderer::bias(const BlockRecord& record) const
 
 // Only what goes on from the block before tells of the drift. Silence in a gap makes up for it to a
 // frame, which is a step that the loop has to take quickly.
-void BlockRenderer::correctDrift(const BlockRecord& record, TimeValue now)
+void BlockRenderer::correctDrift(BlockRecord& record, TimeValue now)
 {
     if (m_path.drift == nullptr) {
         return;
     }
-    if (record.isContinuous() && record.insertedFrames == 0) {
-        m_path.drift->update(record.delta, now);
-    } else {
+    const bool interrupted = !record.isContinuous() || record.insertedFrames != 0;
+    if (interrupted || std::abs(record.delta) < largeError) {
+        m_lastSmallError = now;
+    }
+    record.isRealigned = isLost(now);
+    if (interrupted || record.isRealigned) {
         m_path.drift->interrupt();
+    } else {
+        m_path.drift->update(record.delta, now);
     }
     if (m_path.setDeviceRate) {
         m_path.setDeviceRate(m_path.drift->ppm());
@@ -150,6 +163,18 @@ void BlockRenderer::correctDrift(const BlockRecord& record, TimeValue now)
     } else if (m_path.converter != nullptr) {
         m_path.converter->adjust(m_path.drift->ppm());
     }
+}
+
+// What a device's false word has left behind can be too small for the queue to call it a jump, and
+// too large for the loop to make up for in seconds: then the queue is made to.
+bool BlockRenderer::isLost(TimeValue now)
+{
+    if (now - m_lastSmallError < patience) {
+        return false;
+    }
+    m_lastSmallError = now;
+    m_queue.resyncRead();
+    return true;
 }
 
 BlockRecord BlockRenderer::passUnheard()

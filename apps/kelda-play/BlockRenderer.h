@@ -62,7 +62,8 @@ private:
     void capture(SoundCapture* capture);
     void removeClicks(const BlockRecord& record);
     [[nodiscard]] double bias(const BlockRecord& record) const;
-    void correctDrift(const BlockRecord& record, miscUtils::TimeValue now);
+    [[nodiscard]] bool isLost(miscUtils::TimeValue now);
+    void correctDrift(BlockRecord& record, miscUtils::TimeValue now);
     [[nodiscard]] audioUtils::OutputDevice::WriteReturnValue write(std::span<unsigned char> frames);
     void complete(BlockRecord& record, std::size_t numFrames, std::size_t framesRead);
 
@@ -74,6 +75,7 @@ private:
     Clock m_clock;
     DeviceDelay m_delay;
     bool m_filling = true;
+    miscUtils::TimeValue m_lastSmallError = 0; // when it was
     std::size_t m_numFrames;
     std::size_t m_deviceBytesPerFrame;
     std::vector<unsigned char> m_block; // as it is read

@@ -30,7 +30,8 @@ struct BlockRecord
     std::uint64_t skippedFrames = 0;  ///< late, dropped by the queue
     std::uint64_t paddedFrames = 0;   ///< missing in the queue, filled by the renderer
     std::uint64_t resets = 0;         ///< times that the queue started afresh on a jump
-    double adjustmentPpm = 0;         ///< how much faster than nominal the block is played
+    bool isRealigned = false; ///< too far off for too long: the next read is aligned to a frame
+    double adjustmentPpm = 0; ///< how much faster than nominal the block is played
     audioUtils::OutputDevice::WriteReturnValue result = audioUtils::OutputDevice::Success;
 
     [[nodiscard]] bool isHeard() const { return keldaPlay::isHeard(result); }

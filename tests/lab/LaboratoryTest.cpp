@@ -181,6 +181,17 @@ TEST(LaboratoryTest, TakesADelayThatJumpsForNoDrift)
     }
 }
 
+// The queue takes no offence at 8 ms, and the loop would play 8 s to make up for it.
+TEST(LaboratoryTest, MakesUpForAnErrorThatIsNoJumpInSeconds)
+{
+    Scenario moved = perfect(60);
+    moved.events = {{30, Event::Kind::Jump, 8}};
+    const keldaLab::Result result = keldaLab::run(moved);
+    EXPECT_EQ(result.alignments, 1U);
+    EXPECT_TRUE(result.sync.isLocked());
+    EXPECT_LT(result.sync.worstRelockTime(), 5);
+}
+
 TEST(ScenarioFileTest, TellsWhatIsWrongWithIt)
 {
     const std::string path = testing::TempDir() + "scenario.json";
