@@ -144,44 +144,43 @@ void measureClickRemover(const std::string& type)
     });
 }
 
-void measureResamplers()
+/// @param process converts so many samples
+template<typename Resampler, typename Sample, typename Process>
+void measureResampler(const std::string& name, Process process)
 {
-    using audioUtils::HighQualityResampler;
-    using audioUtils::HighQualityResamplerShort;
-    measure("HighQualityResampler, Best, new ratio each block", [] {
-        const auto resampler =
-            std::make_shared<HighQualityResampler>(2, HighQualityResampler::Best);
-        const auto in = std::make_shared<std::vector<float>>(samples, 0.5F);
-        const auto out = std::make_shared<std::vector<float>>(4 * samples);
+    measure(name + ", Best, new ratio each block", [process] {
+        const auto resampler = std::make_shared<Resampler>(2, Resampler::Best);
+        const auto in = std::make_shared<std::vector<Sample>>(samples, Sample(1000));
+        const auto out = std::make_shared<std::vector<Sample>>(4 * samples);
         return std::pair<Call, Call>(
             [=](int number) {
                 resampler->setSamplingRate(48000, 48004.8F + static_cast<float>(number % 50));
             },
             [=](int) {
                 auto room = static_cast<unsigned int>(out->size());
-                resampler->processFloat(in->data(), samples, out->data(), room, false, false);
+                process(*resampler, in->data(), out->data(), room);
             });
     });
+}
+
+void measureResamplers()
+{
+    using audioUtils::HighQualityResampler;
+    using audioUtils::HighQualityResamplerShort;
+    measureResampler<HighQualityResampler, float>(
+        "HighQualityResampler", [](auto& resampler, auto* in, auto* out, unsigned int& room) {
+            resampler.processFloat(in, samples, out, room, false, false);
+        });
+    measureResampler<HighQualityResamplerShort, unsigned short>(
+        "HighQualityResamplerShort", [](auto& resampler, auto* in, auto* out, unsigned int& room) {
+            resampler.processShort(in, samples, out, room, false, false);
+        });
     measure("HighQualityResampler::setSamplingRate", [] {
         const auto resampler =
             std::make_shared<HighQualityResampler>(2, HighQualityResampler::Best);
         return std::pair<Call, Call>(nothing, [=](int number) {
             resampler->setSamplingRate(48000, 48004.8F + static_cast<float>(number % 50));
         });
-    });
-    measure("HighQualityResamplerShort, Best, new ratio each block", [] {
-        const auto resampler =
-            std::make_shared<HighQualityResamplerShort>(2, HighQualityResamplerShort::Best);
-        const auto in = std::make_shared<std::vector<unsigned short>>(samples, 1000);
-        const auto out = std::make_shared<std::vector<unsigned short>>(4 * samples);
-        return std::pair<Call, Call>(
-            [=](int number) {
-                resampler->setSamplingRate(48000, 48004.8F + static_cast<float>(number % 50));
-            },
-            [=](int) {
-                auto room = static_cast<unsigned int>(out->size());
-                resampler->processShort(in->data(), samples, out->data(), room, false, false);
-            });
     });
 }
 
