@@ -12,8 +12,10 @@ using miscUtils::TimeValue;
 
 namespace {
 
-constexpr miscUtils::TimeValueDelta largeError = 2'000'000; // ns: the loop needs seconds for it
-constexpr TimeValue patience = 2'500'000'000;               // ns: false words that last end before
+constexpr miscUtils::TimeValueDelta largeError = 500'000; // ns: the loop needs seconds for it
+constexpr miscUtils::TimeValueDelta largeStep = 100'000;  // ns from block to block: no drift
+constexpr TimeValue patience = 2'500'000'000;             // ns: false words that last end before
+constexpr TimeValue memory = 4'000'000'000;               // ns: what was not large by then creeps
 
 } // namespace
 
@@ -151,6 +153,10 @@ void BlockRenderer::correctDrift(BlockRecord& record, TimeValue now)
     if (interrupted || std::abs(record.delta) < largeError) {
         m_lastSmallError = now;
     }
+    if (interrupted ||
+        std::abs(record.delta - std::exchange(m_lastDelta, record.delta)) > largeStep) {
+        m_lastStep = now;
+    }
     record.isRealigned = isLost(now);
     if (interrupted || record.isRealigned) {
         m_path.drift->interrupt();
@@ -166,10 +172,12 @@ void BlockRenderer::correctDrift(BlockRecord& record, TimeValue now)
 }
 
 // What a device's false word has left behind can be too small for the queue to call it a jump, and
-// too large for the loop to make up for in seconds: then the queue is made to.
+// too large for the loop to make up for in seconds: then the queue is made to. An error that has
+// crept up is none of these: a clock is further off than the loop may correct, and the queue does
+// what it can, when it must.
 bool BlockRenderer::isLost(TimeValue now)
 {
-    if (now - m_lastSmallError < patience) {
+    if (now - m_lastSmallError < patience || now - m_lastStep > memory) {
         return false;
     }
     m_lastSmallError = now;

@@ -75,7 +75,9 @@ private:
     Clock m_clock;
     DeviceDelay m_delay;
     bool m_filling = true;
-    miscUtils::TimeValue m_lastSmallError = 0; // when it was
+    miscUtils::TimeValueDelta m_lastDelta = 0;
+    miscUtils::TimeValue m_lastSmallError = 0; // when these were
+    miscUtils::TimeValue m_lastStep = 0;
     std::size_t m_numFrames;
     std::size_t m_deviceBytesPerFrame;
     std::vector<unsigned char> m_block; // as it is read

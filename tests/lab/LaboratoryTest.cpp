@@ -192,6 +192,17 @@ TEST(LaboratoryTest, MakesUpForAnErrorThatIsNoJumpInSeconds)
     EXPECT_LT(result.sync.worstRelockTime(), 5);
 }
 
+// ... but one that creeps up is left to the queue, which bears with it for long.
+TEST(LaboratoryTest, LeavesAClockThatIsTooFarOffToTheQueue)
+{
+    Scenario off = perfect(60);
+    off.source.crystal.ppm = 200;
+    off.drift.limitPpm = 100;
+    const keldaLab::Result result = keldaLab::run(off);
+    EXPECT_EQ(result.alignments, 0U);
+    EXPECT_EQ(result.sync.skips(), 0U);
+}
+
 TEST(ScenarioFileTest, TellsWhatIsWrongWithIt)
 {
     const std::string path = testing::TempDir() + "scenario.json";
