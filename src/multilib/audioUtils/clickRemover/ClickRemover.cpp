@@ -294,7 +294,7 @@ void ClickRemover<T>::onRead(StreamPosition pos, T* data, std::int32_t sampleRat
                                      << " -> " << Printed{outEnd} << " (" << clamped(from) << " -> "
                                      << faded << ")");
                 fade(data, channels, clamped(from), faded,
-                     [&](std::int32_t frame) { return to - 1 - frame; });
+                     difference(difference(to, 1), clamped(from)), -1);
             }
         }
     }
@@ -319,7 +319,7 @@ void ClickRemover<T>::onRead(StreamPosition pos, T* data, std::int32_t sampleRat
                   "read at " << Printed{pos} << ", fade in: " << Printed{inStart} << " -> "
                              << Printed{inEnd} << " (" << from << " -> " << to << ")");
         const std::int32_t first = difference(position, inStart);
-        fade(data, channels, from, to, [&](std::int32_t frame) { return frame + first; });
+        fade(data, channels, from, to, sum(from, first), 1);
     }
 }
 
@@ -346,12 +346,11 @@ bool ClickRemover<T>::limitFade(std::int32_t& fadeFrames, std::int32_t sampleRat
 }
 
 template<typename T>
-template<typename WeightOf>
 void ClickRemover<T>::fade(T* data, std::size_t channels, std::int32_t from, std::int32_t to,
-                           WeightOf weightOf) const
+                           std::int32_t index, std::int32_t step) const
 {
-    for (std::int32_t frame = from; frame < to; ++frame) {
-        const double weight = m_window[static_cast<std::size_t>(weightOf(frame))];
+    for (std::int32_t frame = from; frame < to; ++frame, index += step) {
+        const double weight = m_window[static_cast<std::size_t>(index)];
         T* const samples = data + static_cast<std::size_t>(frame) * channels;
         for (std::size_t c = 0; c < channels; ++c) {
             samples[c] = fromDouble(toDouble(samples[c]) * weight);

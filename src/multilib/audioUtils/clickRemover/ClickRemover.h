@@ -97,9 +97,10 @@ private:
     KELDA_LOCAL void alignLine();
     [[nodiscard]] KELDA_LOCAL bool limitFade(std::int32_t& fadeFrames,
                                              std::int32_t sampleRate) const;
-    template<typename WeightOf>
+    /// @param index of the window's weight at `from`
+    /// @param step  to the next one
     KELDA_LOCAL void fade(T* data, std::size_t channels, std::int32_t from, std::int32_t to,
-                          WeightOf weightOf) const;
+                          std::int32_t index, std::int32_t step) const;
 
     std::size_t m_gap;
     std::size_t m_margin;
