@@ -74,10 +74,16 @@ BlockRecord BlockRenderer::render()
 // nobody knows how long filling takes. The queue, which smooths due times, is not to learn from
 // them: an empty read at quite another time makes it start over. When the device runs, what the
 // guess was off is below the queue's threshold for jumps, but heard for good: aligned once more.
+// Not at the first start, where nothing has been interrupted yet: a millisecond off is heard less
+// than a millisecond that is missing.
 void BlockRenderer::alignToStart(TimeValue dueTime)
 {
     constexpr TimeValue farAway = 1'000'000'000'000;
     const bool wasFilling = std::exchange(m_filling, m_delay.isFilling());
+    if (!m_hasRun) {
+        m_hasRun = !m_filling;
+        return;
+    }
     if (wasFilling || m_filling) {
         static_cast<void>(m_queue.read(dueTime + farAway, std::span<unsigned char>()));
     }

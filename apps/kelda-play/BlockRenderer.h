@@ -75,6 +75,7 @@ private:
     Clock m_clock;
     DeviceDelay m_delay;
     bool m_filling = true;
+    bool m_hasRun = false;
     miscUtils::TimeValueDelta m_lastDelta = 0;
     miscUtils::TimeValue m_lastSmallError = 0; // when these were
     miscUtils::TimeValue m_lastStep = 0;
