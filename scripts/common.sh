@@ -38,3 +38,24 @@ install_missing() {
 build() {
     { cmake --preset "$1" && cmake --build --preset "$1" ${2:+--target "$2"}; } >&2
 }
+
+# run_tests PRESET [--without LABELS] [OPTIONS]: runs a preset's tests, but those with a label that
+# matches. What plays in real time (label "timing") can fail because something else keeps the machine
+# busy: only that gets a second and a third try. A sanitizer's report counts in whichever try it came.
+run_tests() (
+    preset=$1 && shift
+    without=none
+    [ "${1:-}" != --without ] || { without=$2 && shift 2; }
+    reports=$root/build-reports/$preset
+    rm -rf "$reports"
+    mkdir -p "$reports"
+    export KELDA_SANITIZER_OPTIONS="log_path=$reports/sanitizer"
+
+    status=0
+    ctest --preset "$preset" -j "$(nproc)" -LE "^(timing|$without)\$" "$@" || status=$?
+    ctest --preset "$preset" -j "$(nproc)" -L '^timing$' -LE "^($without)\$" --repeat until-pass:3 "$@" || status=$?
+    for report in "$reports"/*; do
+        [ ! -e "$report" ] || { cat "$report" >&2 && status=1; }
+    done
+    return "$status"
+)

@@ -60,6 +60,7 @@ BlockRecord BlockRenderer::render()
     const std::size_t framesRead = m_queue.read(record.dueTime, m_read, record.delta);
     std::ranges::fill(m_read.subspan(framesRead * m_queued.bytes()), 0); // what the queue lacks
     complete(record, m_read.size() / m_queued.bytes(), framesRead);
+    m_hasBegun = m_hasBegun || framesRead > record.silenceFrames;
     record.delta -= std::llround(bias(record));
     correctDrift(record, now);
     capture(m_path.before);
@@ -74,14 +75,14 @@ BlockRecord BlockRenderer::render()
 // nobody knows how long filling takes. The queue, which smooths due times, is not to learn from
 // them: an empty read at quite another time makes it start over. When the device runs, what the
 // guess was off is below the queue's threshold for jumps, but heard for good: aligned once more.
-// Not at the first start, where nothing has been interrupted yet: a millisecond off is heard less
-// than a millisecond that is missing.
+// Not where the sound begins before the device does, and nothing has been interrupted yet: a
+// millisecond off is heard less than a millisecond that is missing.
 void BlockRenderer::alignToStart(TimeValue dueTime)
 {
     constexpr TimeValue farAway = 1'000'000'000'000;
     const bool wasFilling = std::exchange(m_filling, m_delay.isFilling());
-    if (!m_hasRun) {
-        m_hasRun = !m_filling;
+    m_isFirstStart = m_isFirstStart && wasFilling;
+    if (m_isFirstStart && m_hasBegun) {
         return;
     }
     if (wasFilling || m_filling) {

@@ -75,7 +75,8 @@ private:
     Clock m_clock;
     DeviceDelay m_delay;
     bool m_filling = true;
-    bool m_hasRun = false;
+    bool m_isFirstStart = true; // of the device
+    bool m_hasBegun = false;    // what the queue holds
     miscUtils::TimeValueDelta m_lastDelta = 0;
     miscUtils::TimeValue m_lastSmallError = 0; // when these were
     miscUtils::TimeValue m_lastStep = 0;
