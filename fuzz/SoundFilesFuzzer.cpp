@@ -116,9 +116,9 @@ void checkAgainstLibrary(const AudioFile& file, const FrameLayout& layout, const
         return;
     }
     if (layout.sample.isFloat) {
-        check(bytes == Decoder(file.path()).read<float>(sf_readf_float));
+        check(bytes == Decoder(file.name()).read<float>(sf_readf_float));
     } else if (layout.sample.bits == 32 && file.format() <= audioUtils::S32BE) {
-        check(bytes == Decoder(file.path()).read<int>(sf_readf_int));
+        check(bytes == Decoder(file.name()).read<int>(sf_readf_int));
     }
 }
 
@@ -149,8 +149,11 @@ void readEveryWay(const std::string& path, testSupport::Choices& choices)
     checkAgainstLibrary(*file, layout, *bytes);
 
     const std::size_t longestBlock = 1 + choices.upTo(500);
-    const bool twice = choices.below(2) == 1;
-    Playlist playlist(std::vector<std::string>(twice ? 2 : 1, path), choices.below(2) == 1);
+    std::vector<std::unique_ptr<keldaPlay::Source>> sources;
+    for (std::size_t i = 0, last = choices.below(2); i <= last; ++i) {
+        sources.push_back(std::make_unique<AudioFile>(path));
+    }
+    Playlist playlist(std::move(sources), choices.below(2) == 1);
     const auto again = readAll(playlist, path, layout, choices, longestBlock);
     if (!again || bytes->empty()) {
         return;

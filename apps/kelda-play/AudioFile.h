@@ -8,7 +8,7 @@
 
 #include <sndfile.h>
 
-#include "SampleLayout.h"
+#include "Source.h"
 
 namespace keldaPlay {
 
@@ -21,29 +21,25 @@ struct CloseFile
 using FileHandle = std::unique_ptr<SNDFILE, CloseFile>;
 
 /// A sound file, decoded into interleaved frames of any sample format.
-class AudioFile
+class AudioFile : public Source
 {
 public:
     /// Throws std::runtime_error with the path and the reason when the file can't be read.
     explicit AudioFile(const std::string& path);
 
-    [[nodiscard]] const std::string& path() const { return m_path; }
-    [[nodiscard]] unsigned int rate() const { return static_cast<unsigned int>(m_info.samplerate); }
-    [[nodiscard]] unsigned int numChannels() const
+    [[nodiscard]] const std::string& name() const override { return m_path; }
+    [[nodiscard]] unsigned int rate() const override
+    {
+        return static_cast<unsigned int>(m_info.samplerate);
+    }
+    [[nodiscard]] unsigned int numChannels() const override
     {
         return static_cast<unsigned int>(m_info.channels);
     }
-    /// The format that its samples have, or come nearest to.
-    [[nodiscard]] audioUtils::PcmFormat format() const;
-
-    /// Decodes as many whole frames as `out` holds, or the file still has. The frames may have
-    /// another number of channels than the file (see sampleFor()).
-    ///
-    /// Throws std::runtime_error when the file is damaged.
-    /// @return frames; 0 at the end
-    [[nodiscard]] std::size_t read(const FrameLayout& layout, std::span<unsigned char> out);
-
-    void rewind();
+    [[nodiscard]] audioUtils::PcmFormat format() const override;
+    [[nodiscard]] std::size_t read(const FrameLayout& layout,
+                                   std::span<unsigned char> out) override;
+    void rewind() override;
 
 private:
     template<typename Sum, typename Sample, typename ReadFrames, typename Pack>

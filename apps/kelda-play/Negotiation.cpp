@@ -38,15 +38,16 @@ void print(const miscUtils::Variant& description)
 
 } // namespace
 
-PcmAudioInfo describe(const AudioFile& file)
+PcmAudioInfo describe(const Source& source)
 {
-    return {static_cast<int>(file.rate()), static_cast<int>(file.numChannels()), file.format()};
+    return {static_cast<int>(source.rate()), static_cast<int>(source.numChannels()),
+            source.format()};
 }
 
 PcmAudioInfo describe(const Playlist& playlist)
 {
-    const auto demand = [](const AudioFile& file) { return quality(file.format()); };
-    return describe(*std::ranges::max_element(playlist.files(), {}, demand));
+    const auto demand = [](const auto& source) { return quality(source->format()); };
+    return describe(**std::ranges::max_element(playlist.sources(), {}, demand));
 }
 
 PcmAudioCapabilities capabilitiesOf(const std::string& deviceName, bool rateResample)
@@ -139,7 +140,7 @@ std::string changes(const PcmAudioInfo& stream, const PcmAudioInfo& device)
 void printDescriptions(const Options& options)
 {
     if (!options.describeFile.empty()) {
-        print(describe(AudioFile(options.describeFile)).toVariant());
+        print(describe(*openSource(options.describeFile)).toVariant());
     }
     if (!options.describeDevice.empty()) {
         print(capabilitiesOf(options.describeDevice, options.rateResample).toVariant());

@@ -4,17 +4,17 @@
 #include <string>
 #include <vector>
 
-#include "AudioFile.h"
 #include "Options.h"
 #include "Playlist.h"
+#include "Source.h"
 #include "audioUtils/PcmDataStructures.h"
 
 namespace keldaPlay {
 
-/// What a file holds: lossy and floating-point ones as F32LE (or F64LE).
-[[nodiscard]] audioUtils::PcmAudioInfo describe(const AudioFile& file);
+/// What a source holds: lossy and floating-point ones as F32LE (or F64LE).
+[[nodiscard]] audioUtils::PcmAudioInfo describe(const Source& source);
 
-/// The stream of several files: in the format of the one that demands most.
+/// The stream of several sources: in the format of the one that demands most.
 [[nodiscard]] audioUtils::PcmAudioInfo describe(const Playlist& playlist);
 
 /// What the named device is able to: "fake" to everything.

@@ -8,6 +8,7 @@
 #include <optional>
 #include <stdexcept>
 #include <thread>
+#include <vector>
 
 #include "DevicePll.h"
 #include "DeviceRequest.h"
@@ -20,6 +21,7 @@
 #include "RateConverter.h"
 #include "Recorder.h"
 #include "Renderer.h"
+#include "Source.h"
 #include "Statistics.h"
 #include "StatusLine.h"
 #include "SyncRecord.h"
@@ -58,6 +60,15 @@ StreamClock startClock(const OutputDevice& device, unsigned int sampleRate, doub
     return StreamClock(miscUtils::getMonotonicRawSysclockTime() + full + lead, sampleRate, ppm);
 }
 
+std::vector<std::unique_ptr<Source>> openAll(const std::vector<std::string>& paths)
+{
+    std::vector<std::unique_ptr<Source>> sources;
+    for (const std::string& path : paths) {
+        sources.push_back(openSource(path));
+    }
+    return sources;
+}
+
 /// The two threads between the files and the device, and what the main thread does meanwhile.
 class Session
 {
@@ -65,7 +76,7 @@ public:
     Session(const Options& options, const EndSignals& signals)
         : m_options(options),
           m_signals(signals),
-          m_playlist(options.files, options.loop),
+          m_playlist(openAll(options.files), options.loop),
           m_stream(describe(m_playlist)),
           m_info(
               negotiate(options, m_stream, capabilitiesOf(options.device, options.rateResample))),

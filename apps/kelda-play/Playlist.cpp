@@ -2,18 +2,20 @@
 
 #include <algorithm>
 #include <stdexcept>
+#include <utility>
 
 namespace keldaPlay {
 
-Playlist::Playlist(const std::vector<std::string>& paths, bool loop) : m_loop(loop)
+Playlist::Playlist(std::vector<std::unique_ptr<Source>> sources, bool loop)
+    : m_sources(std::move(sources)), m_loop(loop)
 {
-    for (const std::string& path : paths) {
-        const AudioFile& file = m_files.emplace_back(path);
-        if (file.rate() != rate() || file.numChannels() != numChannels()) {
+    for (const auto& source : m_sources) {
+        if (source->rate() != rate() || source->numChannels() != numChannels()) {
             throw std::runtime_error(
-                path + ": has " + std::to_string(file.numChannels()) + " channels at " +
-                std::to_string(file.rate()) + " Hz, but " + m_files.front().path() + " has " +
-                std::to_string(numChannels()) + " at " + std::to_string(rate()) + " Hz");
+                source->name() + ": has " + std::to_string(source->numChannels()) +
+                " channels at " + std::to_string(source->rate()) + " Hz, but " +
+                m_sources.front()->name() + " has " + std::to_string(numChannels()) + " at " +
+                std::to_string(rate()) + " Hz");
         }
     }
 }
@@ -27,11 +29,11 @@ std::size_t Playlist::read(const FrameLayout& layout, std::span<unsigned char> o
     }
     std::size_t total = 0;
     while (total < wanted) {
-        const std::size_t frames = m_files[m_current].read(
+        const std::size_t frames = m_sources[m_current]->read(
             layout, out.subspan(total * bytesPerFrame, (wanted - total) * bytesPerFrame));
         total += frames;
         m_framesOfRound += frames;
-        if (frames == 0 && !nextFile()) {
+        if (frames == 0 && !nextSource()) {
             break;
         }
     }
@@ -41,17 +43,17 @@ std::size_t Playlist::read(const FrameLayout& layout, std::span<unsigned char> o
     return total;
 }
 
-bool Playlist::nextFile()
+bool Playlist::nextSource()
 {
-    if (m_current + 1 < m_files.size()) {
+    if (m_current + 1 < m_sources.size()) {
         ++m_current;
         return true;
     }
     if (!m_loop || m_framesOfRound == 0) {
         return false;
     }
-    for (AudioFile& file : m_files) {
-        file.rewind();
+    for (const auto& source : m_sources) {
+        source->rewind();
     }
     m_current = 0;
     m_framesOfRound = 0;

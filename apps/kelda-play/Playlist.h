@@ -2,25 +2,26 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
 #include <vector>
 
-#include "AudioFile.h"
+#include "Source.h"
 
 namespace keldaPlay {
 
-/// Several files as one stream without a gap.
+/// Several sources as one stream without a gap.
 class Playlist
 {
 public:
-    /// Throws std::runtime_error when a file can't be read, or does not go on as the first began.
-    Playlist(const std::vector<std::string>& paths, bool loop);
+    /// Throws std::runtime_error when a source does not go on as the first began.
+    Playlist(std::vector<std::unique_ptr<Source>> sources, bool loop);
 
-    [[nodiscard]] unsigned int rate() const { return m_files.front().rate(); }
-    [[nodiscard]] unsigned int numChannels() const { return m_files.front().numChannels(); }
-    [[nodiscard]] const std::vector<AudioFile>& files() const { return m_files; }
+    [[nodiscard]] unsigned int rate() const { return m_sources.front()->rate(); }
+    [[nodiscard]] unsigned int numChannels() const { return m_sources.front()->numChannels(); }
+    [[nodiscard]] const std::vector<std::unique_ptr<Source>>& sources() const { return m_sources; }
 
     /// Ends the stream after so many frames.
     void limit(std::uint64_t numFrames) { m_framesLeft = numFrames; }
@@ -29,11 +30,11 @@ public:
     [[nodiscard]] std::size_t read(const FrameLayout& layout, std::span<unsigned char> out);
 
 private:
-    [[nodiscard]] bool nextFile();
+    [[nodiscard]] bool nextSource();
 
-    std::vector<AudioFile> m_files;
+    std::vector<std::unique_ptr<Source>> m_sources;
     std::size_t m_current = 0;
-    std::uint64_t m_framesOfRound = 0; // an endless loop over empty files must end
+    std::uint64_t m_framesOfRound = 0; // an endless loop over empty sources must end
     std::optional<std::uint64_t> m_framesLeft;
     bool m_loop;
 };

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <span>
+#include <string>
+
+#include "SampleLayout.h"
+
+namespace keldaPlay {
+
+/// Where the frames of a stream come from.
+class Source
+{
+public:
+    virtual ~Source() = default;
+
+    /// As the user knows it.
+    [[nodiscard]] virtual const std::string& name() const = 0;
+    [[nodiscard]] virtual unsigned int rate() const = 0; ///< Hz
+    [[nodiscard]] virtual unsigned int numChannels() const = 0;
+    /// The format that its samples have, or come nearest to.
+    [[nodiscard]] virtual audioUtils::PcmFormat format() const = 0;
+
+    /// Decodes as many whole frames as `out` holds, or the source still has. The frames may have
+    /// another number of channels than the source (see sampleFor()).
+    ///
+    /// Throws std::runtime_error when the source is damaged.
+    /// @return frames; 0 at the end
+    [[nodiscard]] virtual std::size_t read(const FrameLayout& layout,
+                                           std::span<unsigned char> out) = 0;
+
+    /// Throws std::runtime_error when it can't be played again.
+    virtual void rewind() = 0;
+};
+
+/// Opens what can be played.
+///
+/// Throws std::runtime_error with the path and the reason when it can't be read.
+[[nodiscard]] std::unique_ptr<Source> openSource(const std::string& path);
+
+} // namespace keldaPlay
