@@ -26,12 +26,16 @@ public:
     IntegerRange(int minInteger, int maxInteger);
     /// The values of a list; with an empty one, every int.
     IntegerRange(std::vector<int>&& allowed);
+    /// The same; the list is copied.
     IntegerRange(nonstd::span_lite::span<int> allowed);
 
+    /// The smallest value of the interval, or of the list.
     [[nodiscard]] int getMinInteger() const { return m_minInteger; }
+    /// The largest value of the interval, or of the list.
     [[nodiscard]] int getMaxInteger() const { return m_maxInteger; }
     /// The list; empty where all values of the interval are supported.
     [[nodiscard]] const std::vector<int>& getAllowedIntegers() const { return m_allowedIntegers; }
+    /// Whether there is a list.
     [[nodiscard]] bool hasAllowedIntegers() const { return !m_allowedIntegers.empty(); }
 
     /// The same interval, and the same list in the same order.
@@ -61,12 +65,14 @@ private:
 /// the one that comes first wins. (Distances beyond 31 bits wrap.)
 [[nodiscard]] KELDA_EXPORT int findNearestInteger(int value, const IntegerRange& range);
 
-/// A description of a stream: the one configuration in use.
+/// A description of a stream: the one configuration in use. PcmAudioInfo and DsdAudioInfo are it.
 class KELDA_EXPORT AudioInfo
 {
 public:
+    /// @param audioType pcmAudioType(), dsdAudioType() or opaqueAudioType()
     explicit AudioInfo(std::string audioType);
     virtual ~AudioInfo();
+    /// A copy, of the same type.
     AudioInfo(const AudioInfo&) = default;
     /// The type stays: it belongs to the class.
     AudioInfo& operator=(const AudioInfo&) { return *this; }
@@ -74,8 +80,10 @@ public:
     /// "pcm" or "dsd".
     [[nodiscard]] const std::string& getAudioType() const { return m_audioType; }
 
-    /// @return false when it can't be read; the log tells why.
+    /// Takes what toVariant() gave.
+    /// @return false when it can't be read; the log ("AudioUtils") tells why.
     [[nodiscard]] virtual bool fromVariant(const miscUtils::Variant& variant) = 0;
+    /// The description as a hash, to be stored or sent.
     [[nodiscard]] virtual miscUtils::Variant toVariant() const = 0;
     /// Whether a stream can be so.
     [[nodiscard]] virtual bool isValid() const = 0;
@@ -84,12 +92,15 @@ private:
     std::string m_audioType;
 };
 
-/// A description of what a source or a sink is able to.
+/// A description of what a source or a sink is able to. PcmAudioCapabilities and
+/// DsdAudioCapabilities are it.
 class KELDA_EXPORT AudioCapabilities
 {
 public:
+    /// @param audioType pcmAudioType(), dsdAudioType() or opaqueAudioType()
     explicit AudioCapabilities(std::string audioType);
     virtual ~AudioCapabilities();
+    /// A copy, of the same type.
     AudioCapabilities(const AudioCapabilities&) = default;
     /// The type stays: it belongs to the class.
     AudioCapabilities& operator=(const AudioCapabilities&) { return *this; }
@@ -97,19 +108,24 @@ public:
     /// "pcm" or "dsd".
     [[nodiscard]] const std::string& getAudioType() const { return m_audioType; }
 
-    /// @return false when it can't be read; the log tells why.
+    /// Takes what toVariant() gave.
+    /// @return false when it can't be read; the log ("AudioUtils") tells why.
     [[nodiscard]] virtual bool fromVariant(const miscUtils::Variant& variant) = 0;
+    /// The description as a hash, to be stored or sent.
     [[nodiscard]] virtual miscUtils::Variant toVariant() const = 0;
 
 private:
     std::string m_audioType;
 };
 
-/// The families of audio stream, as they are named in descriptions. The references stay valid for
-/// the life of the process. Safe to call from any thread.
+/// @name Families of audio stream
+/// As they are named in descriptions. The references stay valid for the life of the process. Safe
+/// to call from any thread.
+/// @{
 [[nodiscard]] KELDA_EXPORT const std::string& pcmAudioType();    ///< "pcm"
 [[nodiscard]] KELDA_EXPORT const std::string& dsdAudioType();    ///< "dsd"
 [[nodiscard]] KELDA_EXPORT const std::string& opaqueAudioType(); ///< "opaque": neither of the two
+/// @}
 
 /// The type of getDefaultChannelMask: empty, a tag without behaviour.
 struct DefaultChannelMask

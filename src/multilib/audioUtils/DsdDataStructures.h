@@ -11,11 +11,11 @@ namespace audioUtils {
 
 /// The DSD sample layouts: 8, 16 or 32 one-bit samples of a channel side by side.
 enum DsdFormat : int {
-    DSDU8,
-    DSDU16LE,
-    DSDU16BE,
-    DSDU32LE,
-    DSDU32BE,
+    DSDU8,    ///< a byte: 8 samples
+    DSDU16LE, ///< 16 samples, least significant byte first
+    DSDU16BE, ///< 16 samples, most significant byte first
+    DSDU32LE, ///< 32 samples, least significant byte first
+    DSDU32BE, ///< 32 samples, most significant byte first
 };
 
 /// All formats, in ascending order.
@@ -39,22 +39,35 @@ class KELDA_EXPORT DsdAudioInfo : public AudioInfo
 public:
     /// Nothing: not valid.
     DsdAudioInfo();
-    /// @param bitrate one-bit samples a second, of each channel
+    /// @param bitrate     one-bit samples a second, of each channel: 2822400 for DSD64
+    /// @param numChannels of the stream
+    /// @param dsdFormat   how the bits of a channel are grouped
     DsdAudioInfo(int bitrate, int numChannels, DsdFormat dsdFormat);
 
     /// Whether it has a bit rate and a channel. The format plays no part.
     [[nodiscard]] bool isValid() const override;
+    /// Equal in all three fields.
     [[nodiscard]] bool operator==(const DsdAudioInfo& other) const
     {
         return m_fields == other.m_fields;
     }
 
-    [[nodiscard]] int getBitrate() const { return m_fields.rate; }
-    [[nodiscard]] int getNumChannels() const { return m_fields.numChannels; }
-    [[nodiscard]] DsdFormat getDsdFormat() const { return m_fields.format; }
-    void setBitrate(int bitrate) { m_fields.rate = bitrate; }
-    void setNumChannels(int numChannels) { m_fields.numChannels = numChannels; }
-    void setDsdFormat(DsdFormat dsdFormat) { m_fields.format = dsdFormat; }
+    /// @name Fields
+    /// The setters judge nothing.
+    /// @{
+    [[nodiscard]] int getBitrate() const
+    {
+        return m_fields.rate;
+    } ///< One-bit samples a second, of each channel.
+    [[nodiscard]] int getNumChannels() const { return m_fields.numChannels; } ///< Of a frame.
+    [[nodiscard]] DsdFormat getDsdFormat() const { return m_fields.format; }  ///< Of each sample.
+    void setBitrate(int bitrate)
+    {
+        m_fields.rate = bitrate;
+    } ///< One-bit samples a second, of each channel.
+    void setNumChannels(int numChannels) { m_fields.numChannels = numChannels; } ///< Of a frame.
+    void setDsdFormat(DsdFormat dsdFormat) { m_fields.format = dsdFormat; } ///< Of each sample.
+    /// @}
 
     /// {"bitrate": 2822400, "numChannels": 2, "dsdFormat": "DSDU8"}
     [[nodiscard]] miscUtils::Variant toVariant() const override;
@@ -77,16 +90,21 @@ class KELDA_EXPORT DsdAudioCapabilities : public AudioCapabilities
 public:
     /// Every bit rate and channel count, but no format: nothing is compatible.
     DsdAudioCapabilities();
+    /// Supports every combination of the three.
     DsdAudioCapabilities(IntegerRange bitrates, IntegerRange numChannels,
                          std::vector<DsdFormat> dsdFormats);
 
+    /// Equal in all three fields, lists in the same order.
     [[nodiscard]] bool operator==(const DsdAudioCapabilities& other) const
     {
         return m_fields == other.m_fields;
     }
 
+    /// One-bit samples a second, of each channel.
     [[nodiscard]] const IntegerRange& getBitrates() const { return m_fields.rates; }
+    /// Samples of a frame.
     [[nodiscard]] const IntegerRange& getNumChannels() const { return m_fields.numChannels; }
+    /// In the order in which they were given.
     [[nodiscard]] const std::vector<DsdFormat>& getDsdFormats() const { return m_fields.formats; }
 
     /// {"bitrates": {...}, "numChannels": {...}, "dsdFormats": ["DSDU8", ...]}

@@ -15,9 +15,12 @@ namespace audioUtils {
 class KELDA_EXPORT LowPassFilter
 {
 public:
+    /// Passes everything unchanged.
     LowPassFilter() = default;
     virtual ~LowPassFilter();
+    /// A copy goes on from the same state.
     LowPassFilter(const LowPassFilter&) = default;
+    /// A copy goes on from the same state.
     LowPassFilter& operator=(const LowPassFilter&) = default;
 
     /// Lets the next sample be the first.
@@ -27,6 +30,7 @@ public:
     /// @param alpha in (0, 1]
     void setAlpha(double alpha);
 
+    /// One step.
     /// @return the smoothed sample
     [[nodiscard]] double filter(double sample);
 

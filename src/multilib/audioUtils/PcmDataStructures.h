@@ -10,19 +10,22 @@
 namespace audioUtils {
 
 /// The PCM sample layouts. Each is named by its own spelling, which GStreamer shares.
+///
+/// S: signed integer of so many bits, F: IEEE 754 float whose full scale is 1; LE, BE: least, most
+/// significant byte first. Frames are interleaved.
 enum PcmFormat : int {
-    S16LE,
-    S16BE,
-    S24LE, ///< packed into 3 bytes
-    S24BE,
+    S16LE,    ///< 16 bits
+    S16BE,    ///< 16 bits
+    S24LE,    ///< 24 bits, packed into 3 bytes
+    S24BE,    ///< 24 bits, packed into 3 bytes
     S24_32LE, ///< the low 24 bits of a 32-bit container
-    S24_32BE,
-    S32LE,
-    S32BE,
-    F32LE,
-    F32BE,
-    F64LE,
-    F64BE,
+    S24_32BE, ///< the low 24 bits of a 32-bit container
+    S32LE,    ///< 32 bits
+    S32BE,    ///< 32 bits
+    F32LE,    ///< 32-bit float
+    F32BE,    ///< 32-bit float
+    F64LE,    ///< 64-bit float; see getNumBytesForFormat()
+    F64BE,    ///< 64-bit float; see getNumBytesForFormat()
 };
 
 /// All formats, in ascending order.
@@ -67,22 +70,29 @@ class KELDA_EXPORT PcmAudioInfo : public AudioInfo
 public:
     /// Nothing: not valid.
     PcmAudioInfo();
-    /// @param sampleRate in Hz: frames a second
+    /// @param sampleRate  in Hz: frames a second
+    /// @param numChannels samples of a frame
+    /// @param pcmFormat   of each sample
     PcmAudioInfo(int sampleRate, int numChannels, PcmFormat pcmFormat);
 
     /// Whether it has a sample rate and a channel. The format plays no part.
     [[nodiscard]] bool isValid() const override;
+    /// Equal in all three fields.
     [[nodiscard]] bool operator==(const PcmAudioInfo& other) const
     {
         return m_fields == other.m_fields;
     }
 
-    [[nodiscard]] int getSampleRate() const { return m_fields.rate; }
-    [[nodiscard]] int getNumChannels() const { return m_fields.numChannels; }
-    [[nodiscard]] PcmFormat getPcmFormat() const { return m_fields.format; }
-    void setSampleRate(int sampleRate) { m_fields.rate = sampleRate; }
-    void setNumChannels(int numChannels) { m_fields.numChannels = numChannels; }
-    void setPcmFormat(PcmFormat pcmFormat) { m_fields.format = pcmFormat; }
+    /// @name Fields
+    /// The setters judge nothing.
+    /// @{
+    [[nodiscard]] int getSampleRate() const { return m_fields.rate; } ///< Hz: frames a second.
+    [[nodiscard]] int getNumChannels() const { return m_fields.numChannels; } ///< Of a frame.
+    [[nodiscard]] PcmFormat getPcmFormat() const { return m_fields.format; }  ///< Of each sample.
+    void setSampleRate(int sampleRate) { m_fields.rate = sampleRate; } ///< Hz: frames a second.
+    void setNumChannels(int numChannels) { m_fields.numChannels = numChannels; } ///< Of a frame.
+    void setPcmFormat(PcmFormat pcmFormat) { m_fields.format = pcmFormat; } ///< Of each sample.
+    /// @}
 
     /// {"sampleRate": 48000, "numChannels": 2, "pcmFormat": "S16LE"}
     [[nodiscard]] miscUtils::Variant toVariant() const override;
@@ -105,16 +115,21 @@ class KELDA_EXPORT PcmAudioCapabilities : public AudioCapabilities
 public:
     /// Every sample rate and channel count, but no format: nothing is compatible.
     PcmAudioCapabilities();
+    /// Supports every combination of the three.
     PcmAudioCapabilities(IntegerRange sampleRates, IntegerRange numChannels,
                          std::vector<PcmFormat> pcmFormats);
 
+    /// Equal in all three fields, lists in the same order.
     [[nodiscard]] bool operator==(const PcmAudioCapabilities& other) const
     {
         return m_fields == other.m_fields;
     }
 
+    /// Hz: frames a second.
     [[nodiscard]] const IntegerRange& getSampleRates() const { return m_fields.rates; }
+    /// Samples of a frame.
     [[nodiscard]] const IntegerRange& getNumChannels() const { return m_fields.numChannels; }
+    /// In the order in which they were given.
     [[nodiscard]] const std::vector<PcmFormat>& getPcmFormats() const { return m_fields.formats; }
 
     /// {"sampleRates": {...}, "numChannels": {...}, "pcmFormats": ["S16LE", ...]}

@@ -89,8 +89,7 @@ public:
     /// start afresh. Both are logged at WARN.
     ///
     /// @param pts  when the packet's first frame is to be heard, in ns; NoTimeValue appends the
-    /// data
-    ///             without looking at time
+    ///             data without looking at time
     /// @param data whole frames, interleaved, less than 2 GiB
     /// @return false when writing was aborted; nothing more is stored then.
     bool write(TimeValue pts, const nonstd::span<const unsigned char>& data)
@@ -107,14 +106,12 @@ public:
     /// INFO.
     ///
     /// @param time  when the first frame of `out` will be heard, in ns; NoTimeValue takes what
-    /// there
-    ///              is
+    ///              there is
     /// @param out   receives whole frames; bytes beyond the result are left untouched, so after an
     ///              underrun the caller pads them
     /// @param delta set to `time` (smoothed) less the presentation time of the data, in ns:
-    /// positive
-    ///              when the data is late; 0 where a jump has just been repaired. Untouched when no
-    ///              time is looked at.
+    ///              positive when the data is late; 0 where a jump has just been repaired.
+    ///              Untouched when no time is looked at.
     /// @return frames handed out, silence included
     std::size_t read(TimeValue time, const nonstd::span<unsigned char>& out, TimeValueDelta& delta)
         KELDA_EXCLUDES(m_mutex);
@@ -150,11 +147,15 @@ public:
     /// What has been inserted, skipped and lost since configure().
     [[nodiscard]] PcmQueueCounters counters() KELDA_EXCLUDES(m_mutex);
 
+    /// As configured: the prefix of the log lines.
     [[nodiscard]] std::string name() const KELDA_EXCLUDES(m_mutex);
 
     /// @name Without locking: only before the queue is shared between threads
     /// @{
+
+    /// getReadPts()
     [[nodiscard]] TimeValue getReadPtsInternal() KELDA_NO_THREAD_SAFETY_ANALYSIS;
+    /// getWritePts()
     [[nodiscard]] TimeValue getWritePtsInternal() KELDA_NO_THREAD_SAFETY_ANALYSIS;
     /// The play time of so many bytes, in ns, truncated. The queue must be configured.
     [[nodiscard]] TimeValue

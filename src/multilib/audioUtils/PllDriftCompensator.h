@@ -27,6 +27,8 @@
 class KELDA_EXPORT PllDriftCompensator
 {
 public:
+    /// What is told the new adjustment: how much faster the local clock has to run, in the
+    /// caller's unit.
     using AdjustPllCallback = std::function<void(int)>;
 
     /// Aborts on an empty callback, an alpha outside (0, 1], and gains that PID::setTunings()
@@ -35,6 +37,7 @@ public:
     /// @param minAdjust, maxAdjust limits of the adjustment; without minAdjust < maxAdjust they are
     ///                             0 and 255
     /// @param Kp, Ki, Kd           in units of the adjustment for us, us s and us/s
+    /// @param adjustPllCallback    is called with each new adjustment, on the thread of update()
     /// @param sampleTime           least time between two adjustments, in ms
     /// @param filterAlpha          cut-off of the filter; 1: none
     PllDriftCompensator(int minAdjust, int maxAdjust, double Kp, double Ki, double Kd,

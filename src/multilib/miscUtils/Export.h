@@ -1,5 +1,8 @@
 #pragma once
 
+/// @file
+/// What marks the public names of the shared libraries.
+
 /// Marks what a shared library of this project offers to programs; all else stays hidden.
 #define KELDA_EXPORT __attribute__((visibility("default")))
 

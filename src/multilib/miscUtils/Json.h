@@ -12,7 +12,7 @@ namespace miscUtils {
 /// Where and why a text is no JSON for a Variant.
 struct JsonError
 {
-    std::string message;
+    std::string message;    ///< in a sentence, for people
     std::size_t line = 0;   ///< from 1 on
     std::size_t column = 0; ///< in bytes, from 1 on; at or just behind what is wrong
 };
@@ -21,6 +21,7 @@ struct JsonError
 ///
 /// Bytes of a string that are no UTF-8 become U+FFFD.
 ///
+/// @param value  of any kind
 /// @param indent blanks for each level; below 0 all stands on one line
 [[nodiscard]] KELDA_EXPORT std::string toJson(const Variant& value, int indent = -1);
 

@@ -1,5 +1,8 @@
 #pragma once
 
+/// @file
+/// Names of functions for entry traces.
+
 #include <string>
 
 #include "miscUtils/Export.h"

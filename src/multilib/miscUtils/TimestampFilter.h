@@ -33,6 +33,7 @@ public:
     /// @param name         tells filters apart
     TimestampFilter(const unsigned long& timeConstant, const std::string& name);
 
+    /// As given to the constructor.
     [[nodiscard]] const std::string& name() const;
 
     /// Frames per second of the stream being timed. Restarts the history. Without a positive rate

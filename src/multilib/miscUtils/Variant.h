@@ -21,9 +21,9 @@ class Variant;
 enum class VariantType : int {
     Invalid = 0, ///< no value, e.g. what VariantHash::get returns for a missing key
     Integer = 1, ///< 64-bit signed
-    String = 2,
-    Array = 6,
-    Hash = 7,
+    String = 2,  ///< of any bytes; UTF-8 where it is to become JSON
+    Array = 6,   ///< a VariantArray
+    Hash = 7,    ///< a VariantHash
 };
 
 /// Prints "invalid", "integer", "string", "array" or "hash".
@@ -33,17 +33,18 @@ KELDA_EXPORT std::ostream& operator<<(std::ostream& out, VariantType type);
 class KELDA_EXPORT VariantArray
 {
 public:
-    using value_type = Variant;
-    using const_iterator = std::vector<Variant>::const_iterator;
+    using value_type = Variant;                                  ///< What it holds.
+    using const_iterator = std::vector<Variant>::const_iterator; ///< Points to a Variant.
 
     /// Adds a value behind the last one.
     void append(Variant value);
 
-    [[nodiscard]] const_iterator begin() const;
-    [[nodiscard]] const_iterator end() const;
-    [[nodiscard]] std::size_t size() const;
-    [[nodiscard]] bool empty() const;
+    [[nodiscard]] const_iterator begin() const; ///< The first value.
+    [[nodiscard]] const_iterator end() const;   ///< Behind the last one.
+    [[nodiscard]] std::size_t size() const;     ///< How many values it holds.
+    [[nodiscard]] bool empty() const;           ///< Whether it holds none.
 
+    /// Equal values in the same order.
     KELDA_EXPORT friend bool operator==(const VariantArray& a, const VariantArray& b);
 
 private:
@@ -54,12 +55,15 @@ private:
 class KELDA_EXPORT VariantHash
 {
 public:
+    /// Points to a pair of key and Variant.
     using const_iterator = std::map<std::string, Variant>::const_iterator;
 
+    /// Empty.
     VariantHash() = default;
     /// Of a key that occurs twice the first value is kept.
     VariantHash(std::initializer_list<std::pair<const std::string, Variant>> entries);
 
+    /// Whether there is such a key.
     [[nodiscard]] bool contains(const std::string& key) const;
 
     /// The value of a key, or an invalid Variant where there is none. Never inserts or throws.
@@ -68,11 +72,12 @@ public:
     /// The value of a key, for changing it; an absent key is inserted with an invalid Variant.
     Variant& operator[](const std::string& key);
 
-    [[nodiscard]] const_iterator begin() const;
-    [[nodiscard]] const_iterator end() const;
-    [[nodiscard]] std::size_t size() const;
-    [[nodiscard]] bool empty() const;
+    [[nodiscard]] const_iterator begin() const; ///< The smallest key's entry.
+    [[nodiscard]] const_iterator end() const;   ///< Behind the last one.
+    [[nodiscard]] std::size_t size() const;     ///< How many keys it holds.
+    [[nodiscard]] bool empty() const;           ///< Whether it holds none.
 
+    /// The same keys with equal values.
     KELDA_EXPORT friend bool operator==(const VariantHash& a, const VariantHash& b);
 
 private:
@@ -88,6 +93,7 @@ class KELDA_EXPORT Variant
 public:
     /// An invalid value.
     Variant() = default;
+    /// An integer.
     Variant(long value);
     /// Every other integer that fits into 64 signed bits without loss.
     template<std::integral Integer>
@@ -99,13 +105,17 @@ public:
     }
     /// A string; a null pointer gives an invalid value.
     Variant(const char* value);
+    /// A string, of any bytes.
     Variant(std::string value);
+    /// An array.
     Variant(VariantArray value);
+    /// A hash.
     Variant(VariantHash value);
     /// Neither truth values nor null have a kind of their own here.
     Variant(bool) = delete;
     Variant(std::nullptr_t) = delete;
 
+    /// Which kind of value it holds.
     [[nodiscard]] VariantType getType() const;
     /// False for a value of kind Invalid only.
     [[nodiscard]] bool isValid() const;

@@ -25,16 +25,19 @@ public:
     /// The signal must reach 8 samples for each zero crossing of the wing, and 18 more, to either
     /// side of every t.
     ///
-    /// @param x     one row of samples for each channel
-    /// @param y     one row for each channel, with room for count / step + 1 frames
-    /// @param step  0.125 to 8
-    /// @param scale of every output sample
+    /// @param x           one row of samples for each channel
+    /// @param y           one row for each channel, with room for count / step + 1 frames
+    /// @param numChannels rows of `x` and of `y`
+    /// @param step        0.125 to 8
+    /// @param scale       of every output sample
+    /// @param startTime   of the first frame written, in samples from x[c][0] on
+    /// @param count       input samples to go over
     /// @return frames written
     [[nodiscard]] std::size_t process(const float* const* x, float* const* y,
                                       std::size_t numChannels, double step, float scale,
                                       double startTime, int count) const;
 
-    /// Memory of the tables.
+    /// Bytes of memory that the tables take.
     [[nodiscard]] std::size_t bytes() const { return m_table.bytes() + m_polynomials.bytes(); }
 
 private:

@@ -21,9 +21,9 @@ public:
     /// Output frames from a time to another; times and steps are in 1/32768 of an input sample.
     struct Times
     {
-        unsigned int start;
-        unsigned int end;  ///< not included
-        unsigned int step; ///< at least 1
+        unsigned int start; ///< from x[c][0] on
+        unsigned int end;   ///< not included
+        unsigned int step;  ///< at least 1
     };
 
     /// Writes the signal at the times to `y`: as srcUpsample() of the 16-bit resampler does.
@@ -31,21 +31,25 @@ public:
     /// The signal must reach 8 samples for each zero crossing of the wing, and 18 more, to either
     /// side of every time.
     ///
-    /// @param x     one row of samples for each channel
-    /// @param y     one row for each channel
-    /// @param lpScl of every output sample, with 13 fraction bits
+    /// @param x           one row of samples for each channel
+    /// @param y           one row for each channel
+    /// @param numChannels rows of `x` and of `y`
+    /// @param times       of the frames to be written
+    /// @param lpScl       scale of every output sample, with 13 fraction bits
     /// @return frames written
     [[nodiscard]] std::size_t upsample(const short* const* x, short* const* y,
                                        std::size_t numChannels, const Times& times,
                                        unsigned short lpScl) const;
 
     /// The same with a stretched filter, as srcUpOrDownsample() does.
+    /// @param x, y, numChannels, times, lpScl as for upsample()
     /// @param dhb as for FilterUD()
+    /// @return frames written
     [[nodiscard]] std::size_t downsample(const short* const* x, short* const* y,
                                          std::size_t numChannels, const Times& times,
                                          unsigned short lpScl, unsigned short dhb) const;
 
-    /// Memory of the tables.
+    /// Bytes of memory that the tables take.
     [[nodiscard]] std::size_t bytes() const;
 
 private:

@@ -40,11 +40,9 @@ public:
     /// @param gap        ms of silence that do not end a signal
     /// @param margin     ms between a signal's edge and its fade
     /// @param fadeLength ms; beyond 5 a fade-out can begin late, for the line has 5 ms more than
-    /// gap
-    ///                   and margin
+    ///                   gap and margin
     /// @param skipShortSignals whether a signal that is not longer than minimumDelay() is left as
-    /// it
-    ///                         is; otherwise its two fades meet in the middle
+    ///                         it is; otherwise its two fades meet in the middle
     ClickRemover(const std::size_t& gap, const std::size_t& margin, const std::size_t& fadeLength,
                  const bool& skipShortSignals);
 
@@ -53,33 +51,37 @@ public:
     /// Whenever the line holds fewer samples than the delay has frames, it starts with silence: so
     /// flush() a stream to its end, or reset(), before the next one.
     ///
-    /// @param data       in and out; at least as many frames as channels for a signal's end to be
-    /// seen
+    /// @param data       in and out, interleaved
     /// @param sampleRate Hz
+    /// @param channels   samples of a frame
+    /// @param frames     in `data`; more than `channels`, for a signal's end to be seen
     /// @return frames in the line
     std::size_t process(T* data, int sampleRate, std::size_t channels, std::size_t frames);
 
     /// Takes the audio for ended, and gives what the line holds.
-    /// @param frames in: room in `data`; out: frames given
+    /// @param data       out, interleaved
+    /// @param sampleRate Hz, as for process()
+    /// @param channels   samples of a frame, as for process()
+    /// @param frames     in: room in `data`; out: frames given
     /// @return frames that are left in the line
     std::size_t flush(T* data, int sampleRate, std::size_t channels, std::size_t& frames);
 
-    /// Tracks the signal in frames that enter the line.
+    /// Tracks the signal in frames that enter the line. process() calls it.
     void onWrite(StreamPosition pos, T* data, std::int32_t sampleRate, std::size_t channels,
                  std::size_t frames);
 
-    /// Fades frames that leave the line.
+    /// Fades frames that leave the line. process() and flush() call it.
     void onRead(StreamPosition pos, T* data, std::int32_t sampleRate, std::size_t channels,
                 std::size_t frames);
 
     /// The audio will be interrupted at a position: it is faded out before, or where the signal
-    /// ended if that was earlier.
+    /// ended if that was earlier. The rate is not looked at.
     void notifyUnderrun(StreamPosition pos, int sampleRate);
 
     /// Frames by which the line delays: gap, margin and 5 ms.
     [[nodiscard]] std::size_t minimumDelay(int sampleRate) const;
 
-    /// Makes the fades so many frames long.
+    /// Makes the fades so many frames long. The fades call it with `fadeLength`.
     void recalculateWindow(std::size_t length);
 
     /// Forgets all, and fills the line with silence.

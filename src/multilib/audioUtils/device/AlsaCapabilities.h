@@ -13,6 +13,7 @@ namespace audioUtils {
 /// Rates are an interval where the device takes every rate in it, and else those of the usual rates
 /// that it takes, in ascending order; channel counts (up to 32) likewise.
 ///
+/// @param out                what the device takes
 /// @param deviceName         as for AlsaOutputDevice::open()
 /// @param enableRateResample whether rates that libasound would convert count, too
 /// @return false, with `out` untouched, when it can't be asked; the log ("AudioUtils") tells why.

@@ -116,10 +116,13 @@ public:
     ///         left as it was.
     bool updateRenderDelayAndAudioTimestamp();
 
-    /// What ALSA tells of an object, in several lines.
-    [[nodiscard]] static std::string toString(snd_pcm_t* pcm);
-    [[nodiscard]] static std::string toString(snd_pcm_hw_params_t* params);
-    [[nodiscard]] static std::string toString(snd_pcm_sw_params_t* params);
+    /// @name What ALSA tells of an object
+    /// In several lines.
+    /// @{
+    [[nodiscard]] static std::string toString(snd_pcm_t* pcm);              ///< A device.
+    [[nodiscard]] static std::string toString(snd_pcm_hw_params_t* params); ///< Its geometry.
+    [[nodiscard]] static std::string toString(snd_pcm_sw_params_t* params); ///< Its thresholds.
+    /// @}
 
 private:
     struct KELDA_LOCAL ClosePcm

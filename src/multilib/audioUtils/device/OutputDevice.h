@@ -23,6 +23,7 @@ struct RenderingDelay
 
     /// A cleared delay: what a device holds before its first measurement and after a failed one.
     constexpr RenderingDelay() = default;
+    /// A measurement: both in us.
     constexpr RenderingDelay(long delay_, long timestamp_) : delay(delay_), timestamp(timestamp_) {}
 };
 
@@ -60,8 +61,10 @@ public:
     /// The device may settle on other values than those asked for; the getters return what was
     /// obtained.
     ///
+    /// @param deviceName         which one; what names there are depends on the class
     /// @param format             of one sample
     /// @param sampleRate         in Hz
+    /// @param numChannels        samples of a frame
     /// @param bufferSize         frames that the device holds
     /// @param periodSize         frames that it takes at a time
     /// @param startThreshold     frames that must be buffered before playback starts
@@ -89,6 +92,7 @@ public:
     ///
     /// @param buffer    numFrames × numChannels() × numBytesPerSample() bytes
     /// @param numFrames how many frames to write
+    /// @return what became of them: from NotOpened on, not all were taken
     virtual WriteReturnValue write(void* buffer, std::uint64_t numFrames) = 0;
 
     /// Changes the buffer geometry of an open device, all values in frames. A device may have to
@@ -98,22 +102,26 @@ public:
     [[nodiscard]] virtual bool adjustParams(std::uint64_t bufferSize, std::uint64_t periodSize,
                                             std::uint64_t startThreshold) = 0;
 
-    [[nodiscard]] virtual PcmFormat sampleFormat() const = 0;
-    [[nodiscard]] virtual unsigned int sampleRate() const = 0; ///< Hz
-    [[nodiscard]] virtual unsigned int numChannels() const = 0;
-    [[nodiscard]] virtual unsigned int numBytesPerSample() const = 0; ///< of one channel
-    [[nodiscard]] virtual std::uint64_t bufferSize() const = 0;       ///< frames
-    [[nodiscard]] virtual std::uint64_t periodSize() const = 0;       ///< frames
-    [[nodiscard]] virtual std::uint64_t startThreshold() const = 0;   ///< frames
+    /// @name What open() obtained
+    /// @{
+    [[nodiscard]] virtual PcmFormat sampleFormat() const = 0;         ///< Of one sample.
+    [[nodiscard]] virtual unsigned int sampleRate() const = 0;        ///< Hz.
+    [[nodiscard]] virtual unsigned int numChannels() const = 0;       ///< Samples of a frame.
+    [[nodiscard]] virtual unsigned int numBytesPerSample() const = 0; ///< Of one channel.
+    [[nodiscard]] virtual std::uint64_t bufferSize() const = 0;       ///< Frames that it holds.
+    [[nodiscard]] virtual std::uint64_t periodSize() const = 0;       ///< Frames taken at a time.
+    [[nodiscard]] virtual std::uint64_t startThreshold() const = 0;   ///< Frames before it starts.
+    /// @}
 
     /// How long a frame written at this moment will wait until it is heard, in ns: the last
     /// measurement, less the time that has passed since.
     [[nodiscard]] virtual std::int64_t getCompensatedRenderingDelay() const = 0;
 
-    /// The last measurement, as stored.
+    /// The last measurement, as stored; RenderingDelay() when there is none.
     [[nodiscard]] virtual RenderingDelay lastRenderingDelay() const = 0;
 
-    /// The device's audio clock, extrapolated to now; NoTimeValue when it has not reported one.
+    /// The device's audio clock in ns, extrapolated to now; NoTimeValue when it has not reported
+    /// one.
     [[nodiscard]] virtual TimeValue currentAudioTimestamp() const = 0;
 
     /// How many frames the device can accept right now; 0 after an underrun that was repaired by

@@ -28,16 +28,21 @@ namespace audioUtils {
 class KELDA_EXPORT PID
 {
 public:
+    /// Whether the controller controls.
     enum Mode : int {
         Manual = 0,    ///< compute() returns the output as it is
         Automatic = 1, ///< compute() computes
     };
 
-    /// Reverse: the output grows with the input.
-    enum ControllerDirection : int { Direct = 0, Reverse = 1 };
+    /// Which way the output goes.
+    enum ControllerDirection : int {
+        Direct = 0,  ///< it falls as the input grows
+        Reverse = 1, ///< it grows with the input
+    };
 
     /// Limits of 0 and 255, a sample time of 50 ms, a set point of 0.
     /// @param Kp, Ki, Kd as setTunings() takes them
+    /// @param direction  which way the output goes
     PID(double Kp, double Ki, double Kd, ControllerDirection direction);
 
     /// Sets the gains: aborts unless Kp > 0, Ki >= 0 (1/s) and Kd >= 0 (s).
@@ -51,13 +56,14 @@ public:
     /// until the next computation.
     void setOutputLimits(double min, double max);
 
-    /// Every change of the mode runs initialize().
+    /// Turns the controller on or off. Every change of the mode runs initialize().
     void setMode(Mode mode);
 
     /// Reverses the gains of an automatic controller; a manual one's follow at the next
     /// setTunings().
     void setControllerDirection(ControllerDirection direction);
 
+    /// What the input is to become, from the next computation on.
     void setSetPoint(double setPoint);
 
     /// Lets the integral go on from the output, and the next computation see no derivative.
@@ -68,7 +74,8 @@ public:
     void reset();
 
     /// One step, if the sample time has passed since the last one.
-    /// @param now in ms, of any clock; an earlier time than the last one computes, too
+    /// @param input what is controlled
+    /// @param now   in ms, of any clock; an earlier time than the last one computes, too
     /// @return the output, new or as it was
     double compute(double input, unsigned long now);
 

@@ -32,13 +32,19 @@ namespace audioUtils {
 class KELDA_EXPORT GStreamerResampler
 {
 public:
-    enum SampleDataType : int { Int16, Int32, Float32 };
+    /// How a sample is represented, in the processor's byte order.
+    enum SampleDataType : int {
+        Int16,   ///< short
+        Int32,   ///< int
+        Float32, ///< float, full scale 1
+    };
 
     /// Builds the pipeline and sets it going. Aborts, with a FATAL line, when an element is missing
     /// or refuses to start.
     ///
     /// @param numChannels 1 to 63; others abort
     /// @param inRate, outRate in Hz; with one of them 0 both are 44100
+    /// @param type    of the samples
     /// @param quality audioresample's, from 1 to 10 (best); its own default (4) when out of range
     GStreamerResampler(unsigned int numChannels, unsigned int inRate, unsigned int outRate,
                        SampleDataType type, int quality);
@@ -69,12 +75,13 @@ public:
     /// Forgets the signal and all counts.
     void reset();
 
-    /// What the pipeline is given and gives: raw interleaved audio, for speakers in the order of
-    /// WAVE's channel mask. The caller owns the caps (gst_caps_unref).
+    /// What the pipeline is given: raw interleaved audio, for speakers in the order of WAVE's
+    /// channel mask. The caller owns the caps (gst_caps_unref).
     [[nodiscard]] _GstCaps* getSrcCaps() const;
+    /// What the pipeline gives; otherwise as getSrcCaps().
     [[nodiscard]] _GstCaps* getSinkCaps() const;
 
-    /// "S16LE", "S32LE", "F32LE", else "UNKNOWN".
+    /// GStreamer's name of a type: "S16LE", "S32LE", "F32LE", else "UNKNOWN".
     [[nodiscard]] static std::string getGstAudioFormat(SampleDataType type);
 
     /// Frames of room with which the next call keeps nothing back: twice what the input makes, and
@@ -91,9 +98,11 @@ public:
     ///
     /// At equal rates input is copied; when it exceeds the room, nothing is.
     ///
-    /// @param T           short, int or float, as the sample type says
+    /// @tparam T          short, int or float, as the sample type says
     /// @param in          interleaved; null: no input
-    /// @param out         interleaved, room for `outFrames`
+    /// @param inFrames    of `in`
+    /// @param out         interleaved
+    /// @param outFrames   room in `out`
     /// @param endOfStream the input ends here: waits for its last frame. The process operations
     ///                    begin anew at the next call, this one takes no more input then.
     /// @return frames written
@@ -103,16 +112,20 @@ public:
 
     /// resample() in samples, after a change to the sample type where it is another.
     ///
+    /// @param in         interleaved; null: no input
+    /// @param inSamples  of `in`
+    /// @param out        interleaved
     /// @param outSamples in: room in `out`; out: samples written. Unchanged when the pipeline
-    /// refuses
-    ///                   the type.
+    ///                   refuses the type.
     /// @param mute       ignored
     /// @param flush      the input ends here; a later call begins a new stream
     /// @return `inSamples`, for all input is taken; 0 when the pipeline refuses the type
     int processShort(unsigned short* in, int inSamples, unsigned short* out,
                      unsigned int& outSamples, const bool& mute, const bool& flush);
+    /// processShort() for 32-bit samples.
     int processInt(unsigned int* in, int inSamples, unsigned int* out, unsigned int& outSamples,
                    const bool& mute, const bool& flush);
+    /// processShort() for floats.
     int processFloat(float* in, int inSamples, float* out, unsigned int& outSamples,
                      const bool& mute, const bool& flush);
 

@@ -32,13 +32,19 @@ namespace audioUtils {
 class KELDA_EXPORT HighQualityResampler
 {
 public:
-    /// Filter lengths of 15, 21, 35 and 65 zero crossings.
-    enum FilterQuality : int { Low, Medium, High, Best };
+    /// The length of the filter. docs/resampling.md shows what each lets pass, and costs.
+    enum FilterQuality : int {
+        Low,    ///< 15 zero crossings
+        Medium, ///< 21 zero crossings
+        High,   ///< 35 zero crossings
+        Best,   ///< 65 zero crossings
+    };
 
     /// Designs filters, and keeps the last one. One for the process; not locked.
     class KELDA_EXPORT FilterCalculator
     {
     public:
+        /// The one of the process.
         static FilterCalculator& instance();
         /// One wing, as lrsLpFilter() designs it; not again when nothing has changed.
         [[nodiscard]] std::vector<double> calculate(const int& nwing, double rolloff, double beta,
@@ -55,7 +61,8 @@ public:
     };
 
     /// At a ratio of 1:1. The filter of a quality is designed once a process.
-    /// @param quality one of the four: others abort
+    /// @param numChannels samples of a frame
+    /// @param quality     one of the four: others abort
     HighQualityResampler(const int& numChannels, FilterQuality quality);
     virtual ~HighQualityResampler();
     HighQualityResampler(const HighQualityResampler&) = delete;
@@ -79,11 +86,12 @@ public:
     /// Integers are neither scaled nor dithered: 32-bit output is truncated and clipped, 16-bit
     /// output truncated and wrapped, with 1 dB of headroom.
     ///
+    /// @tparam T         short, int or float
     /// @param in         interleaved; null: hand out what there is
+    /// @param inSamples  of `in`
     /// @param out        interleaved
     /// @param outSamples in: room in `out`; out: samples written. Without room for a frame nothing
-    /// is
-    ///                   taken.
+    ///                   is taken.
     /// @param mute       the input is consumed, but silence takes its place
     /// @param flush      silence follows on the input, so much that its end comes out, however many
     ///                   calls with `flush` it takes
@@ -94,8 +102,9 @@ public:
 
     /// Changes the ratio, from the next output frame on. Costs next to nothing.
     ///
-    /// @param inRate, outRate in any unit; with one of them 0 the ratio is 1. Aborts unless
-    ///                        inRate / outRate lies between 0.125 and 8 (both included).
+    /// @param inRate, outRate in any unit (Hz for getCurrentLatencyNs() to be in ns); with one of them
+    ///                        0 the ratio is 1. Aborts unless inRate / outRate lies between 0.125
+    ///                        and 8 (both included).
     void setSamplingRate(float inRate, float outRate);
 
     /// How much later than it was offered audio is heard: what waits in the buffers, without the
@@ -108,18 +117,25 @@ public:
     /// Where in the output a position in the input lies (without delays), in frames.
     [[nodiscard]] long getOutPosForInPos(unsigned int inPos) const;
 
-    /// One channel's inner loops: for t from `startTime` while t < `startTime` + `nx`, in steps of
-    /// `step`, one frame of output.
-    /// @param interpolate whether to interpolate between the entries of the filter's table
-    /// @return frames written
+    /// @name One channel's inner loops
+    /// For t from `startTime` while t < `startTime` + `nx`, in steps of `step` samples of `x`, one
+    /// sample of `y`, times `gain`; with `interpolate`, by a linear interpolation between the
+    /// entries of the filter's table. They return the samples written.
+    /// @{
+
+    /// The filter as it was designed: for steps below 1.
     int srcUpsample(float* x, float* y, double step, const float& gain, double startTime,
                     const int& nx, const bool& interpolate);
+    /// The filter stretched by `step`, so that what the output can't hold is stopped.
     int srcUpOrDownsample(float* x, float* y, double step, const float& gain, double startTime,
                           const int& nx, const bool& interpolate);
+    /// Zeros.
     int srcSilence(float* x, float* y, double step, const float& gain, double startTime,
                    const int& nx);
+    /// The samples at t, rounded down.
     int srcCopy(float* x, float* y, double step, const float& gain, double startTime,
                 const int& nx);
+    /// @}
 
 private:
     struct KELDA_LOCAL Filter;

@@ -22,6 +22,7 @@ public:
     class KELDA_EXPORT FilterCalculator
     {
     public:
+        /// The one of the process.
         static FilterCalculator& instance();
         /// One wing, its differences and its scale, as makeFilter() designs them; not again when
         /// nothing has changed.
@@ -41,7 +42,8 @@ public:
     };
 
     /// At a ratio of 1:1.
-    /// @param quality one of the four: others abort
+    /// @param numChannels samples of a frame
+    /// @param quality     one of the four: others abort
     HighQualityResamplerShort(const int& numChannels, HighQualityResampler::FilterQuality quality);
     ~HighQualityResamplerShort() override;
 
@@ -51,22 +53,33 @@ public:
 
     /// As HighQualityResampler::setSamplingRate(), but 0.125 and 8 themselves abort, too.
     void setSamplingRate(float inRate, float outRate);
+    /// As HighQualityResampler::getCurrentLatencyNs(), of the 16-bit audio.
     [[nodiscard]] long getCurrentLatencyNs() const;
+    /// As HighQualityResampler::getInputBufferSize(), of the 16-bit audio.
     [[nodiscard]] unsigned int getInputBufferSize() const;
+    /// As HighQualityResampler::getOutPosForInPos(), of the 16-bit audio.
     [[nodiscard]] long getOutPosForInPos(unsigned int inPos) const;
 
     /// A value with `scl` fraction bits as an integer: rounded, and clipped to 16 bits.
     [[nodiscard]] static short wordToShort(int v, int scl);
 
-    /// One channel's inner loops, as those of HighQualityResampler.
+    /// @name One channel's inner loops
+    /// As those of HighQualityResampler; `lpScl` is the scale, with 13 fraction bits.
+    /// @{
+
+    /// The filter as it was designed: for steps below 1.
     int srcUpsample(short* x, short* y, double step, unsigned short lpScl, double startTime,
                     const int& nx, const bool& interpolate);
+    /// The filter stretched by `step`, so that what the output can't hold is stopped.
     int srcUpOrDownsample(short* x, short* y, double step, unsigned short lpScl, double startTime,
                           const int& nx, const bool& interpolate);
+    /// Zeros.
     int srcSilence(short* x, short* y, double step, unsigned short lpScl, double startTime,
                    const int& nx);
+    /// The samples at t, rounded down.
     int srcCopy(short* x, short* y, double step, unsigned short lpScl, double startTime,
                 const int& nx);
+    /// @}
 
 private:
     struct KELDA_LOCAL Filter;
