@@ -1,0 +1,57 @@
+// Plays silence, and tells whether the device's delay can be relied on: the due times of its blocks
+// should lie on a straight line.
+//     watch_device [DEVICE [SECONDS]]      of ALSA's; without one, a simulated device, for 2 s
+#include "audioUtils/device/AlsaOutputDevice.h"
+#include "audioUtils/device/FakeOutputDevice.h"
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <log4cplus/configurator.h>
+#include <vector>
+using namespace audioUtils;
+
+int main(int argc, char** argv)
+{
+    log4cplus::BasicConfigurator::doConfigure();
+    log4cplus::Logger::getRoot().setLogLevel(log4cplus::WARN_LOG_LEVEL);
+    AlsaOutputDevice card;
+    FakeOutputDevice simulated;
+    OutputDevice& device = argc > 1 ? static_cast<OutputDevice&>(card) : simulated;
+    if (!device.open(argc > 1 ? argv[1] : "", S16LE, 48000, 2, 3840, 480, 3840, false, ""))
+        return 1; // the log says why
+    std::printf("%u Hz, period %lu, buffer %lu, start %lu frames\n", device.sampleRate(),
+                device.periodSize(), device.bufferSize(), device.startThreshold());
+
+    const unsigned long period = device.periodSize();
+    const double nominal = static_cast<double>(period) * 1e9 / device.sampleRate(); // ns
+    const double seconds = argc > 2 ? std::atof(argv[2]) : 2;
+    std::vector<unsigned char> silence(period * device.numChannels() * device.numBytesPerSample());
+    std::vector<double> off; // how much later than nominal each block is heard, ns
+    int underruns = 0;
+    const miscUtils::TimeValue start = miscUtils::getMonotonicRawSysclockTime();
+    for (double n = 0; n * nominal < seconds * 1e9; ++n) {
+        const auto passed = static_cast<double>(miscUtils::getMonotonicRawSysclockTime() - start);
+        const auto delay = static_cast<double>(device.getCompensatedRenderingDelay());
+        if (n * nominal > 0.5e9) // once it runs
+            off.push_back(passed + delay - n * nominal);
+        const auto result = device.write(silence.data(), period);
+        underruns += result == OutputDevice::Underrun ? 1 : 0;
+        if (result >= OutputDevice::NotOpened)
+            return 1;
+    }
+    double sumXX = 0, sumY = 0, sumXY = 0, worst = 0; // a straight line through them
+    const auto count = static_cast<double>(off.size());
+    for (std::size_t i = 0; i < off.size(); ++i) {
+        const double x = static_cast<double>(i) - (count - 1) / 2;
+        sumXX += x * x, sumY += off[i], sumXY += x * off[i];
+    }
+    for (std::size_t i = 0; i < off.size(); ++i) {
+        const double x = static_cast<double>(i) - (count - 1) / 2;
+        worst = std::max(worst, std::abs(off[i] - sumY / count - x * sumXY / sumXX));
+    }
+    std::printf("%.1f ppm fast, due times within %.3f ms of a line, %d underruns, delay %.1f ms\n",
+                -sumXY / sumXX / nominal * 1e6, worst * 1e-6, underruns,
+                static_cast<double>(device.getCompensatedRenderingDelay()) * 1e-6);
+    return off.empty() ? 1 : 0;
+}
