@@ -14,9 +14,11 @@ namespace audioUtils {
 ///
 /// A list keeps its order and its duplicates; the interval then spans it. A plain value.
 ///
-///     IntegerRange channels(1, 8);
-///     IntegerRange rates(std::vector<int>{44100, 48000});
-///     findNearestInteger(47000, rates); // 48000
+/// ```cpp
+/// IntegerRange channels(1, 8);
+/// IntegerRange rates(std::vector<int>{44100, 48000});
+/// const int nearest = findNearestInteger(47000, rates); // 48000
+/// ```
 class KELDA_EXPORT IntegerRange
 {
 public:

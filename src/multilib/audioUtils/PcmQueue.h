@@ -37,10 +37,12 @@ struct PcmQueueCounters
 /// - blocks the writer while it is full,
 /// - smooths the timestamps of both sides (miscUtils::TimestampFilter).
 ///
-///     PcmQueue queue;
-///     queue.configure(true, 200, 48000, 2, 2, "main", true, 20'000'000, 10'000'000);
-///     queue.write(pts, packet);                        // producer thread
-///     frames = queue.read(now + delay, block, delta);  // renderer thread
+/// ```cpp
+/// PcmQueue queue;
+/// queue.configure(true, 200, 48000, 2, 2, "main", true, 20'000'000, 10'000'000);
+/// queue.write(pts, packet);                                         // producer thread
+/// const std::size_t frames = queue.read(now + delay, block, delta); // renderer thread
+/// ```
 ///
 /// Times are nanoseconds of the monotonic raw clock. Data is counted in bytes, results in frames; a
 /// frame is one sample of every channel. Everything is logged to "PcmQueue", each line starting

@@ -19,9 +19,11 @@
 /// What 1 means is the caller's choice. It is the resolution of the adjustment: a caller that
 /// steers a resampler takes a small part of a ppm.
 ///
-///     PllDriftCompensator compensator(-500'000, 500'000, 800, 40, 0, // in 1/1000 ppm
-///                                     [&](int adjustment) { steer(adjustment); }, 50, 1.0);
-///     compensator.update(drift, now); // for each observation
+/// ```cpp
+/// const auto steer = [&](int adjustment) { ppm = adjustment / 1000.0; };
+/// PllDriftCompensator compensator(-500'000, 500'000, 800, 40, 0, steer, 50, 1.0);
+/// compensator.update(drift, now); // for each observation
+/// ```
 ///
 /// One thread at a time, which the callback runs on. Logs to "AudioUtils".
 class KELDA_EXPORT PllDriftCompensator

@@ -28,9 +28,14 @@ using StreamPosition = std::uint64_t;
 /// Positions are kept as 32-bit numbers in part: a stream of more than 2^31 frames (12 hours at 48
 /// kHz) wants a reset() somewhere in it.
 ///
-///     ClickRemover<float> remover(10, 5, 10, false);
-///     remover.process(block.data(), 48000, 2, 480);        // each block, in place
-///     remover.flush(block.data(), 48000, 2, numFrames);    // at the end, until it returns 0
+/// ```cpp
+/// ClickRemover<float> remover(10, 5, 5, false);
+/// remover.process(block.data(), 48000, 2, 480); // each block, in place
+/// do {                                          // at the end
+///     left = remover.flush(block.data(), 48000, 2, numFrames);
+///     play(block, numFrames);
+/// } while (left > 0);
+/// ```
 ///
 /// @tparam T short, int or float
 template<typename T>

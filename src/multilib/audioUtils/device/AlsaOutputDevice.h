@@ -28,13 +28,18 @@ namespace audioUtils {
 /// Logs to "AudioUtils". One thread at a time; no locks. write() and the refresh of the timing
 /// allocate nothing, and ask ALSA for its state twice and its status once.
 ///
-///     AlsaOutputDevice device;
-///     if (!device.open("hw:0", S16LE, 48000, 2, 4096, 1024, 2048, false, "FL FR"))
-///         return; // the reason is in the log
-///     while (fill(block))
-///         if (device.write(block.data(), numFrames) >= OutputDevice::NotOpened)
-///             break; // the device is gone
-///     device.drain();
+/// ```cpp
+/// AlsaOutputDevice device;
+/// if (!device.open("hw:0", S16LE, 48000, 2, 4096, 1024, 2048, false, "FL FR")) {
+///     return; // the reason is in the log
+/// }
+/// while (fill(block)) {
+///     if (device.write(block.data(), 1024) >= OutputDevice::NotOpened) {
+///         break; // the device is gone
+///     }
+/// }
+/// device.drain();
+/// ```
 class KELDA_EXPORT AlsaOutputDevice : public OutputDevice
 {
 public:

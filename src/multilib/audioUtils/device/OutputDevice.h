@@ -34,13 +34,17 @@ struct RenderingDelay
 /// the end. Sizes are in frames, a frame being one sample of every channel; absolute times are
 /// nanoseconds of the monotonic raw clock. Implementations take no locks.
 ///
-///     FakeOutputDevice device;
-///     if (!device.open("fake", S16LE, 48000, 2, 4096, 512, 2048, false, ""))
-///         return; // the reason is in the log
-///     while (fill(block))
-///         device.write(block.data(), numFrames); // paces the loop
-///     device.drain();
-///     device.close();
+/// ```cpp
+/// FakeOutputDevice device;
+/// if (!device.open("fake", S16LE, 48000, 2, 4096, 512, 2048, false, "")) {
+///     return; // the reason is in the log
+/// }
+/// while (fill(block)) {
+///     device.write(block.data(), 512); // paces the loop
+/// }
+/// device.drain();
+/// device.close();
+/// ```
 class KELDA_EXPORT OutputDevice
 {
 public:

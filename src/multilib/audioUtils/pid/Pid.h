@@ -21,10 +21,12 @@ namespace audioUtils {
 /// It holds no clock: compute() is told the time. A new controller is manual and its output 0. One
 /// thread at a time; nothing is logged, nothing allocated.
 ///
-///     PID pid(0.5, 0.1, 0, PID::Reverse);
-///     pid.setOutputLimits(-100, 100);
-///     pid.setMode(PID::Automatic);
-///     output = pid.compute(input, nowInMilliseconds);
+/// ```cpp
+/// PID pid(0.5, 0.1, 0, PID::Reverse);
+/// pid.setOutputLimits(-100, 100);
+/// pid.setMode(PID::Automatic);
+/// const double output = pid.compute(input, nowInMilliseconds);
+/// ```
 class KELDA_EXPORT PID
 {
 public:

@@ -25,10 +25,12 @@ namespace audioUtils {
 /// thread at a time for each object. The process operations count samples (frames times channels),
 /// all others frames.
 ///
-///     GStreamerResampler resampler(2, 44100, 48000, GStreamerResampler::Float32, 10);
-///     std::vector<float> out(resampler.calculateOutputBufferSize(numFrames) * 2);
-///     unsigned int numOut = out.size();
-///     resampler.processFloat(in, int(numFrames * 2), out.data(), numOut, false, false);
+/// ```cpp
+/// GStreamerResampler resampler(2, 44100, 48000, GStreamerResampler::Float32, 10);
+/// std::vector<float> out(resampler.calculateOutputBufferSize(480) * 2);
+/// auto samples = static_cast<unsigned int>(out.size()); // in: room; out: what came out
+/// resampler.processFloat(in.data(), 960, out.data(), samples, false, false);
+/// ```
 class KELDA_EXPORT GStreamerResampler
 {
 public:

@@ -24,11 +24,12 @@ namespace audioUtils {
 /// handed out first by the next call. One thread at a time for each object. Counts are in samples
 /// (frames times channels); numbers of samples that are no whole frames are rounded down.
 ///
-///     HighQualityResampler resampler(2, HighQualityResampler::Best);
-///     resampler.setSamplingRate(44100, 48000);
-///     unsigned int numOut = out.size();
-///     int consumed = resampler.process(in.data(), int(in.size()), out.data(), numOut, false,
-///     false);
+/// ```cpp
+/// HighQualityResampler resampler(2, HighQualityResampler::Best);
+/// resampler.setSamplingRate(44100, 48000);
+/// auto samples = static_cast<unsigned int>(out.size()); // in: room; out: what came out
+/// const int taken = resampler.process(in.data(), 960, out.data(), samples, false, false);
+/// ```
 class KELDA_EXPORT HighQualityResampler
 {
 public:
@@ -102,7 +103,8 @@ public:
 
     /// Changes the ratio, from the next output frame on. Costs next to nothing.
     ///
-    /// @param inRate, outRate in any unit (Hz for getCurrentLatencyNs() to be in ns); with one of them
+    /// @param inRate, outRate in any unit (Hz for getCurrentLatencyNs() to be in ns); with one of
+    /// them
     ///                        0 the ratio is 1. Aborts unless inRate / outRate lies between 0.125
     ///                        and 8 (both included).
     void setSamplingRate(float inRate, float outRate);
