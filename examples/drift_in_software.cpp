@@ -41,7 +41,7 @@ public:
     }
 
     /// How long what is offered now waits in the resampler, ns.
-    TimeValue latency() const { return std::lround(m_waiting * 1e9 / channels / rate); }
+    TimeValue latency() const { return static_cast<TimeValue>(m_waiting * 1e9 / channels / rate); }
 
     double ppm() const { return m_adjustment / 1000.0; }
 
