@@ -55,16 +55,10 @@ public:
     /// @name Fields
     /// The setters judge nothing.
     /// @{
-    [[nodiscard]] int getBitrate() const
-    {
-        return m_fields.rate;
-    } ///< One-bit samples a second, of each channel.
+    [[nodiscard]] int getBitrate() const { return m_fields.rate; } ///< Hz, of each channel.
     [[nodiscard]] int getNumChannels() const { return m_fields.numChannels; } ///< Of a frame.
     [[nodiscard]] DsdFormat getDsdFormat() const { return m_fields.format; }  ///< Of each sample.
-    void setBitrate(int bitrate)
-    {
-        m_fields.rate = bitrate;
-    } ///< One-bit samples a second, of each channel.
+    void setBitrate(int bitrate) { m_fields.rate = bitrate; } ///< Hz, of each channel.
     void setNumChannels(int numChannels) { m_fields.numChannels = numChannels; } ///< Of a frame.
     void setDsdFormat(DsdFormat dsdFormat) { m_fields.format = dsdFormat; } ///< Of each sample.
     /// @}
