@@ -13,8 +13,8 @@ namespace audioUtils {
 /// has figures).
 ///
 /// Each object carries a float resampler of 2 channels and medium quality as well, at a ratio of
-/// 1:1: processInt() and processFloat() are its, and setSamplingRate() of this class does not reach
-/// it.
+/// 1:1: process(), processInt() and processFloat() are its, and setSamplingRate() of this class
+/// does not reach it. 16-bit audio goes through processShort().
 class KELDA_EXPORT HighQualityResamplerShort : public HighQualityResampler
 {
 public:
