@@ -1,7 +1,8 @@
 #include "DevicePll.h"
 
 #include <cmath>
-#include <stdexcept>
+
+#include "Errors.h"
 
 namespace keldaPlay {
 
@@ -25,22 +26,22 @@ DevicePll::DevicePll(const std::string& control)
     // The device's name may hold a comma, the element's none.
     const std::size_t comma = control.rfind(',');
     if (comma == std::string::npos) {
-        throw std::runtime_error("--pll " + control + ": no CTL,ELEMENT");
+        throw UsageError("--pll " + control + ": no CTL,ELEMENT");
     }
     const std::string card = control.substr(0, comma);
     snd_ctl_t* ctl = nullptr;
     if (const int error = snd_ctl_open(&ctl, card.c_str(), 0); error < 0) {
-        throw std::runtime_error("control " + card + ": " + snd_strerror(error));
+        throw DeviceError("control " + card + ": " + snd_strerror(error));
     }
     m_ctl.reset(ctl);
     findElement(control.substr(comma + 1));
     if (const int error = snd_ctl_elem_read(m_ctl.get(), m_value.get()); error < 0) {
-        throw std::runtime_error("control " + control + ": " + snd_strerror(error));
+        throw DeviceError("control " + control + ": " + snd_strerror(error));
     }
     m_nominal = m_set = snd_ctl_elem_value_get_integer(m_value.get(), 0);
     if (m_nominal <= 0) {
-        throw std::runtime_error("control " + control + " is at " + std::to_string(m_nominal) +
-                                 ", which is no rate");
+        throw DeviceError("control " + control + " is at " + std::to_string(m_nominal) +
+                          ", which is no rate");
     }
 }
 
@@ -65,8 +66,8 @@ void DevicePll::findElement(const std::string& name)
             return;
         }
     }
-    throw std::runtime_error(std::string("control ") + snd_ctl_name(m_ctl.get()) +
-                             " has no element " + name);
+    throw DeviceError(std::string("control ") + snd_ctl_name(m_ctl.get()) + " has no element " +
+                      name);
 }
 
 void DevicePll::set(double ppm)

@@ -15,7 +15,7 @@ class DevicePll
 public:
     /// @param control a control device and the name of its element: "hw:0,PCM Rate Shift 100000"
     ///
-    /// Throws std::runtime_error when there is no such control.
+    /// Throws DeviceError when there is no such control.
     explicit DevicePll(const std::string& control);
     /// Sets the nominal rate again.
     ~DevicePll();

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <stdexcept>
 #include <utility>
 
+#include "Errors.h"
 #include "SampleLayout.h"
 #include "audioUtils/device/AlsaCapabilities.h"
 #include "miscUtils/Json.h"
@@ -57,7 +57,7 @@ PcmAudioCapabilities capabilitiesOf(const std::string& deviceName, bool rateResa
     }
     PcmAudioCapabilities capabilities;
     if (!getAlsaCapabilities(capabilities, deviceName, rateResample)) {
-        throw std::runtime_error("device " + deviceName + " can't be opened");
+        throw DeviceError("device " + deviceName + " can't be opened");
     }
     return capabilities;
 }
@@ -83,9 +83,9 @@ PcmAudioInfo checked(const PcmAudioInfo& device, const PcmAudioInfo& stream)
 {
     const double ratio = static_cast<double>(stream.getSampleRate()) / device.getSampleRate();
     if (ratio <= 0.125 || ratio >= 8) {
-        throw std::runtime_error("no sample rate is converted by more than a factor of 8: " +
-                                 std::to_string(stream.getSampleRate()) + " Hz to " +
-                                 std::to_string(device.getSampleRate()) + " Hz");
+        throw DeviceError("no sample rate is converted by more than a factor of 8: " +
+                          std::to_string(stream.getSampleRate()) + " Hz to " +
+                          std::to_string(device.getSampleRate()) + " Hz");
     }
     return device;
 }
@@ -98,8 +98,7 @@ PcmAudioInfo negotiate(const Options& options, const PcmAudioInfo& stream,
     PcmAudioInfo info = stream;
     info.setPcmFormat(options.format.value_or(stream.getPcmFormat()));
     if (options.format && !layoutOf(*options.format)) {
-        throw std::runtime_error(std::string("format ") + toString(*options.format) +
-                                 " can't be played");
+        throw UsageError(std::string("format ") + toString(*options.format) + " can't be played");
     }
     if (options.rate != 0) {
         info.setSampleRate(static_cast<int>(options.rate));
@@ -109,9 +108,9 @@ PcmAudioInfo negotiate(const Options& options, const PcmAudioInfo& stream,
     }
     const auto format = nearestFormat(info.getPcmFormat(), device.getPcmFormats());
     if (!format || (options.format && *format != *options.format)) {
-        throw std::runtime_error("device " + options.device + " does not take " +
-                                 toString(info.getPcmFormat()) + ", but" +
-                                 namesOf(device.getPcmFormats()));
+        throw DeviceError("device " + options.device + " does not take " +
+                          toString(info.getPcmFormat()) + ", but" +
+                          namesOf(device.getPcmFormats()));
     }
     info.setPcmFormat(*format);
     static_cast<void>(pickNearestAudioInfo(info, device)); // the format is one of the device's

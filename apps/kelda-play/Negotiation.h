@@ -19,7 +19,7 @@ namespace keldaPlay {
 
 /// What the named device is able to: "fake" to everything.
 ///
-/// Throws std::runtime_error when it can't be asked.
+/// Throws DeviceError when it can't be asked.
 [[nodiscard]] audioUtils::PcmAudioCapabilities capabilitiesOf(const std::string& deviceName,
                                                               bool rateResample);
 
@@ -30,7 +30,7 @@ nearestFormat(audioUtils::PcmFormat wanted, const std::vector<audioUtils::PcmFor
 
 /// How a device is to be opened for a stream: just so, or as near as it is able to.
 ///
-/// Throws std::runtime_error when that is not near enough to be played.
+/// Throws DeviceError when that is not near enough to be played.
 [[nodiscard]] audioUtils::PcmAudioInfo negotiate(const Options& options,
                                                  const audioUtils::PcmAudioInfo& stream,
                                                  const audioUtils::PcmAudioCapabilities& device);

@@ -7,13 +7,20 @@
 
 #include <CLI/CLI.hpp>
 
+#include "Errors.h"
 #include "ResamplerOptions.h"
+#include "SampleLayout.h"
 
 namespace keldaPlay {
 
 namespace {
 
-constexpr int usageError = 2;
+constexpr const char* exitStatusText =
+    "Exit status:\n"
+    "  0  all was played, or SIGINT or SIGTERM has ended it\n"
+    "  1  something can't be read or written\n"
+    "  2  the command line asks for what there is not\n"
+    "  3  a device can't be opened for the stream, or has gone and not come back";
 
 audioUtils::PcmFormat parseFormat(const std::string& name)
 {
@@ -24,6 +31,9 @@ audioUtils::PcmFormat parseFormat(const std::string& name)
             known += std::string(" ") + audioUtils::toString(each);
         }
         throw CLI::ValidationError("--format", "unknown format " + name + ", known are" + known);
+    }
+    if (!layoutOf(format)) {
+        throw CLI::ValidationError("--format", "format " + name + " can't be played");
     }
     return format;
 }
@@ -199,6 +209,7 @@ std::optional<int> parseOptions(int argc, char** argv, Options& options)
     addClickRemoval(app, options.clicks);
     addDisturbances(app, options);
     addOutputs(app, options);
+    app.footer(exitStatusText);
     try {
         app.parse(argc, argv);
         if (options.files.empty() && !options.describes()) {
@@ -216,7 +227,7 @@ std::optional<int> parseOptions(int argc, char** argv, Options& options)
         return app.exit(success);
     } catch (const CLI::ParseError& error) {
         std::fprintf(stderr, "kelda-play: %s\n", error.what());
-        return usageError;
+        return UsageFailed;
     }
     return std::nullopt;
 }

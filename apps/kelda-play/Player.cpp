@@ -13,6 +13,7 @@
 #include "DevicePll.h"
 #include "DeviceRequest.h"
 #include "EndSignals.h"
+#include "Errors.h"
 #include "Journal.h"
 #include "Logging.h"
 #include "Negotiation.h"
@@ -89,7 +90,7 @@ public:
           m_device(createDevice(options.device))
     {
         if (const std::string obstacle = open(*m_device, m_request); !obstacle.empty()) {
-            throw std::runtime_error(obstacle);
+            throw DeviceError(obstacle);
         }
         configureQueue(m_queue, options, m_playlist.rate(), m_queued);
         if (converts()) {
@@ -234,7 +235,7 @@ private:
     [[nodiscard]] int checkedResult()
     {
         if (m_isGone) {
-            throw std::runtime_error("device " + m_options.device + " has not come back");
+            throw DeviceError("device " + m_options.device + " has not come back");
         }
         if (m_recorder && !m_recorder->isComplete()) {
             throw std::runtime_error(m_options.recordPath + ": not all could be written");

@@ -1,6 +1,7 @@
 #include <cstdio>
 #include <exception>
 
+#include "Errors.h"
 #include "Options.h"
 #include "Player.h"
 
@@ -14,6 +15,6 @@ int main(int argc, char** argv)
         return keldaPlay::play(options);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "kelda-play: %s\n", error.what());
-        return 1;
+        return keldaPlay::exitStatusOf(error);
     }
 }
