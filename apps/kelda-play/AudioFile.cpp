@@ -1,5 +1,6 @@
 #include "AudioFile.h"
 
+#include <limits>
 #include <stdexcept>
 
 #include "ChannelMapping.h"
@@ -37,6 +38,14 @@ audioUtils::PcmFormat AudioFile::format() const
     default:
         return audioUtils::F32LE;
     }
+}
+
+std::optional<std::uint64_t> AudioFile::numFrames() const
+{
+    if (m_info.frames < 0 || m_info.frames == std::numeric_limits<sf_count_t>::max()) {
+        return std::nullopt; // the file does not tell
+    }
+    return static_cast<std::uint64_t>(m_info.frames);
 }
 
 namespace {

@@ -37,6 +37,7 @@ public:
         return static_cast<unsigned int>(m_info.channels);
     }
     [[nodiscard]] audioUtils::PcmFormat format() const override;
+    [[nodiscard]] std::optional<std::uint64_t> numFrames() const override;
     [[nodiscard]] std::size_t read(const FrameLayout& layout,
                                    std::span<unsigned char> out) override;
     void rewind() override;

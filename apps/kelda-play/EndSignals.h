@@ -23,16 +23,21 @@ public:
     EndSignals(const EndSignals&) = delete;
     EndSignals& operator=(const EndSignals&) = delete;
 
-    /// Whether one has come within so many ns, below a second.
-    [[nodiscard]] bool waitFor(miscUtils::TimeValue nanoseconds) const
+    /// Whether one has come by now, or comes within so many ns, below a second.
+    [[nodiscard]] bool waitFor(miscUtils::TimeValue nanoseconds)
     {
         const timespec timeout{0, static_cast<long>(nanoseconds)};
-        return sigtimedwait(&m_signals, nullptr, &timeout) > 0;
+        m_haveCome = sigtimedwait(&m_signals, nullptr, &timeout) > 0 || m_haveCome;
+        return m_haveCome;
     }
+
+    /// Whether one has come at all.
+    [[nodiscard]] bool haveCome() { return waitFor(0); }
 
 private:
     sigset_t m_signals{};
     sigset_t m_previous{};
+    bool m_haveCome = false;
 };
 
 } // namespace keldaPlay

@@ -44,10 +44,10 @@ PcmAudioInfo describe(const Source& source)
             source.format()};
 }
 
-PcmAudioInfo describe(const Playlist& playlist)
+PcmAudioInfo describe(std::span<const Track> tracks)
 {
-    const auto demand = [](const auto& source) { return quality(source->format()); };
-    return describe(**std::ranges::max_element(playlist.sources(), {}, demand));
+    const auto demand = [](const Track& track) { return quality(track.info.getPcmFormat()); };
+    return std::ranges::max_element(tracks, {}, demand)->info;
 }
 
 PcmAudioCapabilities capabilitiesOf(const std::string& deviceName, bool rateResample)

@@ -1,12 +1,13 @@
 #pragma once
 
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
 #include "Options.h"
-#include "Playlist.h"
 #include "Source.h"
+#include "Track.h"
 #include "audioUtils/PcmDataStructures.h"
 
 namespace keldaPlay {
@@ -14,8 +15,8 @@ namespace keldaPlay {
 /// What a source holds: lossy and floating-point ones as F32LE (or F64LE).
 [[nodiscard]] audioUtils::PcmAudioInfo describe(const Source& source);
 
-/// The stream of several sources: in the format of the one that demands most.
-[[nodiscard]] audioUtils::PcmAudioInfo describe(const Playlist& playlist);
+/// The stream of several tracks: in the format of the one that demands most.
+[[nodiscard]] audioUtils::PcmAudioInfo describe(std::span<const Track> tracks);
 
 /// What the named device is able to: "fake" to everything.
 ///

@@ -6,6 +6,7 @@
 #include <exception>
 #include <memory>
 #include <optional>
+#include <span>
 #include <stdexcept>
 #include <thread>
 #include <vector>
@@ -18,15 +19,16 @@
 #include "Logging.h"
 #include "Negotiation.h"
 #include "Playlist.h"
+#include "Presenter.h"
 #include "Producer.h"
 #include "RateConverter.h"
 #include "Recorder.h"
 #include "Renderer.h"
-#include "Source.h"
 #include "Statistics.h"
-#include "StatusLine.h"
 #include "SyncRecord.h"
 #include "Trace.h"
+#include "Track.h"
+#include "TrackSchedule.h"
 #include "audioUtils/PcmQueue.h"
 
 namespace keldaPlay {
@@ -61,34 +63,37 @@ StreamClock startClock(const OutputDevice& device, unsigned int sampleRate, doub
     return StreamClock(miscUtils::getMonotonicRawSysclockTime() + full + lead, sampleRate, ppm);
 }
 
-std::vector<std::unique_ptr<Source>> openAll(const std::vector<std::string>& paths)
+/// What the streams that are played one after the other share.
+struct Playing
 {
-    std::vector<std::unique_ptr<Source>> sources;
-    for (const std::string& path : paths) {
-        sources.push_back(openSource(path));
-    }
-    return sources;
-}
+    const Options& options;
+    EndSignals& signals;
+    Presenter& presenter;
+    Statistics& statistics;
+};
 
 /// The two threads between the files and the device, and what the main thread does meanwhile.
 class Session
 {
 public:
-    Session(const Options& options, const EndSignals& signals)
-        : m_options(options),
-          m_signals(signals),
-          m_playlist(openAll(options.files), options.loop),
-          m_stream(describe(m_playlist)),
-          m_info(
-              negotiate(options, m_stream, capabilitiesOf(options.device, options.rateResample))),
+    /// @param tracks that are one stream
+    Session(const Playing& playing, std::span<const Track> tracks, bool loop,
+            std::optional<double> seconds)
+        : m_playing(playing),
+          m_options(playing.options),
+          m_playlist(tracks, loop),
+          m_stream(describe(tracks)),
+          m_info(negotiate(m_options, m_stream,
+                           capabilitiesOf(m_options.device, m_options.rateResample))),
           m_layout{*layoutOf(m_info.getPcmFormat()),
                    static_cast<std::size_t>(m_info.getNumChannels())},
-          m_queued{converts() ? *layoutOf(RateConverter::inputFormat(options.resampler))
+          m_queued{converts() ? *layoutOf(RateConverter::inputFormat(m_options.resampler))
                               : m_layout.sample,
                    m_layout.numChannels},
-          m_request(requestFor(options, m_info)),
-          m_device(createDevice(options.device))
+          m_request(requestFor(m_options, m_info)),
+          m_device(createDevice(m_options.device))
     {
+        const Options& options = m_options;
         if (const std::string obstacle = open(*m_device, m_request); !obstacle.empty()) {
             throw DeviceError(obstacle);
         }
@@ -100,9 +105,9 @@ public:
         if (options.clicks.enabled) {
             m_clicks.emplace(options.clicks, m_queued, m_playlist.rate());
         }
-        if (options.durationSeconds) {
-            m_playlist.limit(static_cast<std::uint64_t>(
-                std::llround(*options.durationSeconds * m_playlist.rate())));
+        if (seconds) {
+            m_playlist.limit(
+                static_cast<std::uint64_t>(std::llround(*seconds * m_playlist.rate())));
         }
         if (!options.reportFolder.empty()) {
             m_sync.emplace();
@@ -121,10 +126,11 @@ public:
         }
     }
 
-    [[nodiscard]] int run()
+    void run()
     {
-        printStart();
-        Producer producer(m_playlist, m_queued, m_queue, m_options);
+        m_playing.statistics.beginStream(m_playlist.rate());
+        m_playing.presenter.streamStarts({m_stream, m_request, *m_device});
+        Producer producer(m_playlist, m_queued, m_queue, m_schedule, m_options);
         Renderer renderer(
             m_queue, *m_device, m_queued, m_playlist.rate(), path(),
             [this] { return open(*m_device, m_request).empty(); }, m_journal);
@@ -148,7 +154,9 @@ public:
         m_isGone = !m_device->isOpened();
         m_device->drain();
         m_device->close();
-        printEnd();
+        evaluate();
+        tellTracks(m_playing.signals.haveCome() ? miscUtils::getMonotonicRawSysclockTime()
+                                                : miscUtils::NoTimeValue);
         if (producerError) {
             std::rethrow_exception(producerError);
         }
@@ -156,8 +164,10 @@ public:
             m_sync->write(m_options.reportFolder, m_options.device + ": " + m_options.files.front(),
                           m_before->audio(), m_after->audio());
         }
-        return checkedResult();
+        checkResult();
     }
+
+    [[nodiscard]] const Playlist& playlist() const { return m_playlist; }
 
 private:
     [[nodiscard]] bool converts() const
@@ -181,26 +191,10 @@ private:
         return path;
     }
 
-    void printStart() const
-    {
-        std::printf("%s: %u Hz, %u channel%s, %s, period %lu, buffer %lu, start %lu frames\n",
-                    m_options.device.c_str(), m_device->sampleRate(), m_device->numChannels(),
-                    m_device->numChannels() == 1 ? "" : "s",
-                    audioUtils::toString(m_info.getPcmFormat()), m_device->periodSize(),
-                    m_device->bufferSize(), m_device->startThreshold());
-        if (const std::string text = changes(m_stream, m_info); !text.empty()) {
-            std::printf("changed       %s\n", text.c_str());
-        }
-        if (const std::string text = differences(m_request, *m_device); !text.empty()) {
-            std::printf("obtained      %s frames\n", text.c_str());
-        }
-        std::fflush(stdout);
-    }
-
     void watch(const Renderer& renderer, Producer& producer)
     {
         while (!renderer.hasEnded()) {
-            if (m_signals.waitFor(50 * nanosecondsPerMillisecond)) {
+            if (m_playing.signals.waitFor(50 * nanosecondsPerMillisecond)) {
                 producer.stop();
             }
             evaluate();
@@ -210,7 +204,8 @@ private:
     void evaluate()
     {
         for (const BlockRecord& record : m_journal.take()) {
-            m_statistics.add(record);
+            m_playing.statistics.add(record);
+            tellIncidents(record);
             if (m_sync) {
                 m_sync->add(record);
             }
@@ -218,21 +213,48 @@ private:
                 m_trace->write(record);
             }
             m_last = record;
+            m_hasPlayed = m_hasPlayed || record.isHeard();
         }
-        if (m_statistics.blocks() > 0) {
-            m_status.show(m_statistics, m_last);
+        const TimeValue now = miscUtils::getMonotonicRawSysclockTime();
+        tellTracks(now);
+        if (m_hasPlayed) {
+            const double since =
+                m_current.track == nullptr ? 0 : static_cast<double>(now - m_current.pts) * 1e-9;
+            m_playing.presenter.goesOn(
+                {m_playing.statistics, m_last, m_current.track,
+                 m_current.track == nullptr
+                     ? 0
+                     : std::min(since, m_current.track->seconds().value_or(since))});
         }
     }
 
-    void printEnd()
+    void tellTracks(TimeValue now)
     {
-        evaluate();
-        m_status.end();
-        std::printf("%s", m_statistics.summary(m_playlist.rate()).c_str());
-        std::fflush(stdout);
+        while (const auto due = m_schedule.takeDue(now)) {
+            m_current = *due;
+            m_playing.presenter.trackBegins(*due->track, position());
+        }
     }
 
-    [[nodiscard]] int checkedResult()
+    void tellIncidents(const BlockRecord& record)
+    {
+        Presenter& presenter = m_playing.presenter;
+        const std::int64_t time = static_cast<std::int64_t>(record.dueTime) - record.deviceDelay;
+        if (record.result == OutputDevice::Underrun) {
+            presenter.ranDry(position());
+        }
+        if (!record.isHeard() && !m_lostSince) {
+            m_lostSince = time;
+            presenter.deviceIsLost(position());
+        } else if (record.isHeard() && m_lostSince) {
+            presenter.deviceIsBack(position(), static_cast<double>(time - *m_lostSince) * 1e-9);
+            m_lostSince.reset();
+        }
+    }
+
+    [[nodiscard]] double position() const { return m_playing.statistics.dataSeconds(); }
+
+    void checkResult()
     {
         if (m_isGone) {
             throw DeviceError("device " + m_options.device + " has not come back");
@@ -243,11 +265,10 @@ private:
         if (m_trace && !m_trace->isComplete()) {
             throw std::runtime_error(m_options.tracePath + ": not all could be written");
         }
-        return 0;
     }
 
+    Playing m_playing;
     const Options& m_options;
-    const EndSignals& m_signals;
     Playlist m_playlist;
     audioUtils::PcmAudioInfo m_stream; // as the files have it
     audioUtils::PcmAudioInfo m_info;   // as the device is to have it
@@ -265,25 +286,89 @@ private:
     std::optional<Recorder> m_recorder;
     std::optional<Trace> m_trace;
     Journal m_journal;
-    Statistics m_statistics;
     std::optional<SyncRecord> m_sync; // for the report
     std::optional<DevicePll> m_pll;
+    TrackSchedule m_schedule;
+    TrackSchedule::Entry m_current;
     BlockRecord m_last;
-    StatusLine m_status{m_playlist.rate()};
+    bool m_hasPlayed = false;
+    std::optional<std::int64_t> m_lostSince; // ns
 };
+
+// What is one file of one stream, or a place in it, is not to be for the first of several by
+// chance.
+void refuseForSeveralStreams(const Options& options, const Track& first, const Track& other)
+{
+    const char* option = !options.recordPath.empty()     ? "--record"
+                         : !options.tracePath.empty()    ? "--trace"
+                         : !options.reportFolder.empty() ? "--report"
+                         : !options.gaps.empty()         ? "--gap"
+                                                         : nullptr;
+    if (option != nullptr) {
+        const auto text = [](const audioUtils::PcmAudioInfo& info) {
+            return std::to_string(info.getNumChannels()) + " channels at " +
+                   std::to_string(info.getSampleRate()) + " Hz";
+        };
+        throw UsageError(std::string(option) + " takes one stream, but " + other.path + " has " +
+                         text(other.info) + " and " + first.path + " " + text(first.info));
+    }
+}
+
+/// Stream after stream, for each the device is opened anew.
+void playAll(const Playing& playing, std::span<const Track> tracks)
+{
+    const Options& options = playing.options;
+    const std::size_t firstRun = lengthOfRun(tracks);
+    const bool isOneStream = firstRun == tracks.size();
+    if (!isOneStream) {
+        refuseForSeveralStreams(options, tracks.front(), tracks[firstRun]);
+    }
+    std::optional<double> secondsLeft = options.durationSeconds;
+    double secondsOfRound = 0;
+    do {
+        secondsOfRound = 0;
+        for (std::span<const Track> rest = tracks; !rest.empty();) {
+            const std::span<const Track> run = rest.first(lengthOfRun(rest));
+            rest = rest.subspan(run.size());
+            Session session(playing, run, options.loop && isOneStream, secondsLeft);
+            session.run();
+            if (playing.signals.haveCome() || session.playlist().hasReachedLimit()) {
+                return;
+            }
+            secondsOfRound += session.playlist().secondsRead();
+            if (secondsLeft) {
+                *secondsLeft -= session.playlist().secondsRead();
+            }
+        }
+    } while (options.loop && !isOneStream && secondsOfRound > 0);
+}
 
 } // namespace
 
 int play(const Options& options)
 {
-    const EndSignals signals; // first, for they are to be blocked in all threads, the logger's too
+    EndSignals signals; // first, for they are to be blocked in all threads, the logger's too
     const Logging logging(options.logLevel);
     if (options.describes()) {
         printDescriptions(options);
-        return 0;
+        return Ended;
     }
-    Session session(options, signals);
-    return session.run();
+    const std::unique_ptr<Presenter> presenter = createPresenter(options);
+    Statistics statistics;
+    ExitStatus status = Ended;
+    std::string problem;
+    try {
+        const std::vector<Track> tracks =
+            findTracks(options, [&signals] { return !signals.haveCome(); });
+        if (!signals.haveCome()) {
+            playAll({options, signals, *presenter, statistics}, tracks);
+        }
+    } catch (const std::exception& error) {
+        status = exitStatusOf(error);
+        problem = error.what();
+    }
+    presenter->ends(statistics, status, problem);
+    return status;
 }
 
 } // namespace keldaPlay

@@ -4,9 +4,10 @@
 
 namespace keldaPlay {
 
-/// Plays the files to their end, or until SIGINT or SIGTERM; prints how it goes.
+/// Plays the files to their end, or until SIGINT or SIGTERM; tells how it goes, and what went
+/// wrong.
 ///
-/// Throws std::runtime_error with one clear line when something can't be opened.
+/// Throws std::runtime_error with one clear line when there is nothing to describe.
 /// @return the status to exit with
 [[nodiscard]] int play(const Options& options);
 

@@ -1,63 +1,56 @@
 #include "Playlist.h"
 
 #include <algorithm>
-#include <stdexcept>
-#include <utility>
 
 namespace keldaPlay {
-
-Playlist::Playlist(std::vector<std::unique_ptr<Source>> sources, bool loop)
-    : m_sources(std::move(sources)), m_loop(loop)
-{
-    for (const auto& source : m_sources) {
-        if (source->rate() != rate() || source->numChannels() != numChannels()) {
-            throw std::runtime_error(
-                source->name() + ": has " + std::to_string(source->numChannels()) +
-                " channels at " + std::to_string(source->rate()) + " Hz, but " +
-                m_sources.front()->name() + " has " + std::to_string(numChannels()) + " at " +
-                std::to_string(rate()) + " Hz");
-        }
-    }
-}
 
 std::size_t Playlist::read(const FrameLayout& layout, std::span<unsigned char> out)
 {
     const std::size_t bytesPerFrame = layout.bytes();
     std::size_t wanted = out.size() / bytesPerFrame;
-    if (m_framesLeft) {
-        wanted = std::min<std::uint64_t>(wanted, *m_framesLeft);
+    if (m_limit) {
+        wanted = std::min<std::uint64_t>(wanted, *m_limit - m_framesRead);
+    }
+    if (!m_source) {
+        play(0);
     }
     std::size_t total = 0;
     while (total < wanted) {
-        const std::size_t frames = m_sources[m_current]->read(
+        const std::size_t frames = m_source->read(
             layout, out.subspan(total * bytesPerFrame, (wanted - total) * bytesPerFrame));
         total += frames;
+        m_framesRead += frames;
         m_framesOfRound += frames;
-        if (frames == 0 && !nextSource()) {
+        if (frames == 0 && !nextTrack()) {
             break;
         }
-    }
-    if (m_framesLeft) {
-        *m_framesLeft -= total;
     }
     return total;
 }
 
-bool Playlist::nextSource()
+bool Playlist::nextTrack()
 {
-    if (m_current + 1 < m_sources.size()) {
-        ++m_current;
+    if (m_current + 1 < m_tracks.size()) {
+        play(m_current + 1);
         return true;
     }
     if (!m_loop || m_framesOfRound == 0) {
         return false;
     }
-    for (const auto& source : m_sources) {
-        source->rewind();
-    }
-    m_current = 0;
     m_framesOfRound = 0;
+    play(0);
     return true;
+}
+
+void Playlist::play(std::size_t index)
+{
+    if (m_source && index == m_current) {
+        m_source->rewind();
+    } else {
+        m_source = openTrack(m_tracks[index]);
+    }
+    m_current = index;
+    m_begins.push_back({&m_tracks[index], m_framesRead});
 }
 
 } // namespace keldaPlay

@@ -5,37 +5,61 @@
 #include <memory>
 #include <optional>
 #include <span>
-#include <string>
+#include <utility>
 #include <vector>
 
 #include "Source.h"
+#include "Track.h"
 
 namespace keldaPlay {
 
-/// Several sources as one stream without a gap.
+/// Several tracks as one stream without a gap. A track is opened when it is its turn.
 class Playlist
 {
 public:
-    /// Throws std::runtime_error when a source does not go on as the first began.
-    Playlist(std::vector<std::unique_ptr<Source>> sources, bool loop);
+    /// @param tracks of one rate and number of channels; they have to outlive the playlist
+    Playlist(std::span<const Track> tracks, bool loop) : m_tracks(tracks), m_loop(loop) {}
 
-    [[nodiscard]] unsigned int rate() const { return m_sources.front()->rate(); }
-    [[nodiscard]] unsigned int numChannels() const { return m_sources.front()->numChannels(); }
-    [[nodiscard]] const std::vector<std::unique_ptr<Source>>& sources() const { return m_sources; }
+    [[nodiscard]] unsigned int rate() const
+    {
+        return static_cast<unsigned int>(m_tracks.front().info.getSampleRate());
+    }
+    [[nodiscard]] std::span<const Track> tracks() const { return m_tracks; }
 
     /// Ends the stream after so many frames.
-    void limit(std::uint64_t numFrames) { m_framesLeft = numFrames; }
+    void limit(std::uint64_t numFrames) { m_limit = numFrames; }
+
+    /// A track that read() has begun.
+    struct Begin
+    {
+        const Track* track = nullptr;
+        std::uint64_t frame = 0; ///< of the stream
+    };
+
+    /// Those since the last call.
+    [[nodiscard]] std::vector<Begin> takeBegins() { return std::exchange(m_begins, {}); }
 
     /// Decodes the next frames; fewer than `out` holds only at the end of the stream.
+    ///
+    /// Throws std::runtime_error when a track can't be read.
     [[nodiscard]] std::size_t read(const FrameLayout& layout, std::span<unsigned char> out);
 
-private:
-    [[nodiscard]] bool nextSource();
+    [[nodiscard]] bool hasReachedLimit() const { return m_framesRead == m_limit; }
 
-    std::vector<std::unique_ptr<Source>> m_sources;
+    /// What read() has given.
+    [[nodiscard]] double secondsRead() const { return static_cast<double>(m_framesRead) / rate(); }
+
+private:
+    [[nodiscard]] bool nextTrack();
+    void play(std::size_t index);
+
+    std::span<const Track> m_tracks;
+    std::unique_ptr<Source> m_source;
     std::size_t m_current = 0;
-    std::uint64_t m_framesOfRound = 0; // an endless loop over empty sources must end
-    std::optional<std::uint64_t> m_framesLeft;
+    std::vector<Begin> m_begins;
+    std::uint64_t m_framesRead = 0;
+    std::uint64_t m_framesOfRound = 0; // an endless loop over empty tracks must end
+    std::optional<std::uint64_t> m_limit;
     bool m_loop;
 };
 

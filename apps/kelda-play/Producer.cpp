@@ -19,10 +19,11 @@ std::uniform_int_distribution<miscUtils::TimeValueDelta> within(double milliseco
 } // namespace
 
 Producer::Producer(Playlist& playlist, const FrameLayout& layout, audioUtils::PcmQueue& queue,
-                   const Options& options)
+                   TrackSchedule& schedule, const Options& options)
     : m_playlist(playlist),
       m_layout(layout),
       m_queue(queue),
+      m_schedule(schedule),
       m_gaps(options.gaps, playlist.rate()),
       m_random(options.seed),
       m_jitter(within(options.jitterMs)),
@@ -42,6 +43,9 @@ void Producer::run(const StreamClock& clock)
         const std::span packet = std::span(m_packet).first(numFrames * m_bytesPerFrame);
 
         const std::size_t decoded = m_playlist.read(m_layout, packet);
+        for (const Playlist::Begin& begin : m_playlist.takeBegins()) {
+            m_schedule.add(*begin.track, clock.ptsOf(begin.frame));
+        }
         if (decoded == 0) {
             break;
         }

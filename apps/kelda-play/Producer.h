@@ -10,6 +10,7 @@
 #include "Options.h"
 #include "Playlist.h"
 #include "StreamClock.h"
+#include "TrackSchedule.h"
 #include "audioUtils/PcmQueue.h"
 
 namespace keldaPlay {
@@ -20,7 +21,7 @@ class Producer
 {
 public:
     Producer(Playlist& playlist, const FrameLayout& layout, audioUtils::PcmQueue& queue,
-             const Options& options);
+             TrackSchedule& schedule, const Options& options);
 
     /// Returns when the queue has played out, or after stop().
     ///
@@ -37,6 +38,7 @@ private:
     Playlist& m_playlist;
     FrameLayout m_layout;
     audioUtils::PcmQueue& m_queue;
+    TrackSchedule& m_schedule;
     Gaps m_gaps;
     std::mt19937_64 m_random;
     std::uniform_int_distribution<miscUtils::TimeValueDelta> m_jitter;

@@ -1,7 +1,9 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 
@@ -21,6 +23,9 @@ public:
     [[nodiscard]] virtual unsigned int numChannels() const = 0;
     /// The format that its samples have, or come nearest to.
     [[nodiscard]] virtual audioUtils::PcmFormat format() const = 0;
+
+    /// Of the whole source, where that is known.
+    [[nodiscard]] virtual std::optional<std::uint64_t> numFrames() const { return std::nullopt; }
 
     /// Decodes as many whole frames as `out` holds, or the source still has. The frames may have
     /// another number of channels than the source (see sampleFor()).

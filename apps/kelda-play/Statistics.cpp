@@ -7,6 +7,24 @@
 
 namespace keldaPlay {
 
+void Statistics::beginStream(unsigned int sampleRate)
+{
+    m_dataSecondsBefore = dataSeconds();
+    m_silenceSecondsBefore = silenceSeconds();
+    m_dataFrames = m_silenceFrames = m_paddingInDoubt = 0;
+    m_sampleRate = sampleRate;
+}
+
+double Statistics::dataSeconds() const
+{
+    return m_dataSecondsBefore + static_cast<double>(m_dataFrames) / m_sampleRate;
+}
+
+double Statistics::silenceSeconds() const
+{
+    return m_silenceSecondsBefore + static_cast<double>(m_silenceFrames) / m_sampleRate;
+}
+
 void Statistics::add(const BlockRecord& record)
 {
     const bool started = m_dataFrames > 0;
@@ -46,11 +64,8 @@ double Statistics::rmsError() const
     return m_errors > 0 ? std::sqrt(m_sumOfSquares / static_cast<double>(m_errors)) : 0;
 }
 
-std::string Statistics::summary(unsigned int sampleRate) const
+std::string Statistics::summary() const
 {
-    const auto seconds = [sampleRate](std::uint64_t frames) {
-        return static_cast<double>(frames) / sampleRate;
-    };
     const std::string unheard = m_unheardFrames == 0 ? ""
                                                      : ", " + std::to_string(m_unheardFrames) +
                                                            " while the device was gone";
@@ -60,9 +75,9 @@ std::string Statistics::summary(unsigned int sampleRate) const
                   "silence       %.3f s until audio was due, %lu frames in gaps\n"
                   "lost          %lu frames skipped, %lu missing, %lu underruns%s\n"
                   "timing error  mean %.1f us, rms %.1f us, worst %.1f us\n",
-                  seconds(m_dataFrames), m_blocks, seconds(m_silenceFrames), m_insertedFrames,
-                  m_skippedFrames, m_paddedFrames, m_underruns, unheard.c_str(), meanError(),
-                  rmsError(), m_worstError);
+                  dataSeconds(), m_blocks, silenceSeconds(), m_insertedFrames, m_skippedFrames,
+                  m_paddedFrames, m_underruns, unheard.c_str(), meanError(), rmsError(),
+                  m_worstError);
     return text.data();
 }
 

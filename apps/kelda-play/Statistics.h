@@ -7,15 +7,20 @@
 
 namespace keldaPlay {
 
-/// The sum of all blocks.
+/// The sum of all blocks, of one stream or of several after each other.
 class Statistics
 {
 public:
+    /// What is added from now on is a stream of this rate.
+    void beginStream(unsigned int sampleRate);
+
     void add(const BlockRecord& record);
 
     [[nodiscard]] std::uint64_t blocks() const { return m_blocks; }
-    [[nodiscard]] std::uint64_t dataFrames() const { return m_dataFrames; }
-    [[nodiscard]] std::uint64_t silenceFrames() const { return m_silenceFrames; }
+    [[nodiscard]] std::uint64_t dataFrames() const { return m_dataFrames; }       ///< of the stream
+    [[nodiscard]] std::uint64_t silenceFrames() const { return m_silenceFrames; } ///< of the stream
+    [[nodiscard]] double dataSeconds() const;    ///< of all streams
+    [[nodiscard]] double silenceSeconds() const; ///< of all streams
     [[nodiscard]] std::uint64_t insertedFrames() const { return m_insertedFrames; }
     [[nodiscard]] std::uint64_t skippedFrames() const { return m_skippedFrames; }
     /// What was missing between the first and the last frame of the audio.
@@ -30,9 +35,12 @@ public:
     [[nodiscard]] double worstError() const { return m_worstError; }
 
     /// The lines at the end of playing.
-    [[nodiscard]] std::string summary(unsigned int sampleRate) const;
+    [[nodiscard]] std::string summary() const;
 
 private:
+    unsigned int m_sampleRate = 1; // nothing has been played at any
+    double m_dataSecondsBefore = 0;
+    double m_silenceSecondsBefore = 0;
     std::uint64_t m_blocks = 0;
     std::uint64_t m_dataFrames = 0;
     std::uint64_t m_silenceFrames = 0;

@@ -7,18 +7,15 @@
 
 namespace keldaPlay {
 
-StatusLine::StatusLine(unsigned int sampleRate)
-    : m_sampleRate(sampleRate), m_terminal(isatty(STDOUT_FILENO) != 0)
-{
-}
+StatusLine::StatusLine() : m_terminal(isatty(STDOUT_FILENO) != 0) {}
 
-void StatusLine::show(const Statistics& statistics, const BlockRecord& last)
+void StatusLine::show(const Progress& progress)
 {
     if (Clock::now() < m_next) {
         return;
     }
     m_next += m_terminal ? std::chrono::milliseconds(100) : std::chrono::seconds(1);
-    const std::string line = text(m_sampleRate, statistics, last);
+    const std::string line = text(progress.statistics, progress.last);
     std::printf(m_terminal ? "\r%s\033[K" : "%s\n", line.c_str());
     std::fflush(stdout);
     m_drawn = m_terminal;
@@ -32,10 +29,9 @@ void StatusLine::end()
     }
 }
 
-std::string StatusLine::text(unsigned int sampleRate, const Statistics& statistics,
-                             const BlockRecord& last)
+std::string StatusLine::text(const Statistics& statistics, const BlockRecord& last)
 {
-    const double position = static_cast<double>(statistics.dataFrames()) / sampleRate;
+    const double position = statistics.dataSeconds();
     const auto minutes = static_cast<unsigned int>(position / 60);
     std::array<char, 160> line{};
     std::snprintf(line.data(), line.size(),

@@ -3,8 +3,7 @@
 #include <chrono>
 #include <string>
 
-#include "Journal.h"
-#include "Statistics.h"
+#include "Presenter.h"
 
 namespace keldaPlay {
 
@@ -13,21 +12,19 @@ namespace keldaPlay {
 class StatusLine
 {
 public:
-    explicit StatusLine(unsigned int sampleRate);
+    StatusLine();
 
-    void show(const Statistics& statistics, const BlockRecord& last);
+    void show(const Progress& progress);
 
     /// Leaves a terminal's line as it stands, so that what follows starts on one of its own.
     void end();
 
     /// "00:03.2  queue 480 ms  delay 80.0 ms  error +12 us  underruns 0"
-    [[nodiscard]] static std::string text(unsigned int sampleRate, const Statistics& statistics,
-                                          const BlockRecord& last);
+    [[nodiscard]] static std::string text(const Statistics& statistics, const BlockRecord& last);
 
 private:
     using Clock = std::chrono::steady_clock;
 
-    unsigned int m_sampleRate;
     bool m_terminal;
     bool m_drawn = false;
     Clock::time_point m_next = Clock::now();

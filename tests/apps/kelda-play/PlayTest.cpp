@@ -210,8 +210,6 @@ TEST_F(PlayTest, TellsInOneLineWhatIsWrong)
         {"", "FILE is required"},
         {"/nowhere/a.wav", "/nowhere/a.wav: ", 1},
         {path("text.wav"), "text.wav: ", 1},
-        {path(""), ": ", 1},
-        {path("a.wav") + " " + recording, "Front_Center.wav: has 1 channels at 48000 Hz, but ", 1},
         {"--format S16XX " + path("a.wav"), "unknown format S16XX, known are S16LE S16BE "},
         {"--format F64LE " + path("a.wav"), "format F64LE can't be played"},
         {"--rate 0 " + path("a.wav"), "--rate: "},

@@ -67,13 +67,14 @@ TEST(Statistics, CountsAsMissingOnlyWhatIsMissingInside)
 TEST(Statistics, SumsUpWhatHappened)
 {
     Statistics statistics;
+    statistics.beginStream(48000);
     BlockRecord record = block();
     record.insertedFrames = 7;
     record.skippedFrames = 5;
     record.result = audioUtils::OutputDevice::Underrun;
     statistics.add(record);
     statistics.add(record);
-    const std::string text = statistics.summary(48000);
+    const std::string text = statistics.summary();
     EXPECT_THAT(text, HasSubstr("played        0.020 s in 2 blocks\n"));
     EXPECT_THAT(text, HasSubstr("14 frames in gaps\n"));
     EXPECT_THAT(text, HasSubstr("10 frames skipped, 0 missing, 2 underruns\n"));
@@ -81,18 +82,19 @@ TEST(Statistics, SumsUpWhatHappened)
 
 TEST(Statistics, OfNothingAreZero)
 {
-    EXPECT_THAT(Statistics().summary(48000), HasSubstr("mean 0.0 us, rms 0.0 us, worst 0.0 us\n"));
+    EXPECT_THAT(Statistics().summary(), HasSubstr("mean 0.0 us, rms 0.0 us, worst 0.0 us\n"));
 }
 
 TEST(StatusLine, ShowsPositionFillDelayErrorAndUnderruns)
 {
     Statistics statistics;
+    statistics.beginStream(48000);
     BlockRecord record = block(12'400);
     record.queueFill = 480'000'000;
     record.deviceDelay = 80'000'000;
     for (int i = 0; i < 6320; ++i) {
         statistics.add(record);
     }
-    EXPECT_EQ(StatusLine::text(48000, statistics, record),
+    EXPECT_EQ(StatusLine::text(statistics, record),
               "01:03.2  queue 480 ms  delay  80.0 ms  error    +12 us  underruns 0");
 }

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "DeviceRequest.h"
+#include "Errors.h"
+#include "Journal.h"
+#include "Statistics.h"
+#include "Track.h"
+
+namespace keldaPlay {
+
+/// The device has been opened for a stream.
+struct StreamStart
+{
+    audioUtils::PcmAudioInfo source;        ///< as the files have it
+    const DeviceRequest& request;           ///< as the device is to have it
+    const audioUtils::OutputDevice& device; ///< as it has it
+};
+
+/// How playing goes.
+struct Progress
+{
+    const Statistics& statistics;
+    const BlockRecord& last;
+    const Track* track = nullptr; ///< whose frames are due; none before the first
+    double trackPosition = 0;     ///< s
+};
+
+/// Tells the user on standard output what is played, and how it goes. Positions are seconds of
+/// audio that have been played.
+class Presenter
+{
+public:
+    virtual ~Presenter() = default;
+
+    virtual void streamStarts(const StreamStart& start) = 0;
+    /// Its first frame is due.
+    virtual void trackBegins(const Track& track, double position) = 0;
+    /// May be called more often than the user is told.
+    virtual void goesOn(const Progress& progress) = 0;
+    virtual void ranDry(double position) = 0;
+    virtual void deviceIsLost(double position) = 0;
+    virtual void deviceIsBack(double position, double secondsAway) = 0;
+    /// @param error in one line; empty where there was none
+    virtual void ends(const Statistics& statistics, ExitStatus status,
+                      const std::string& error) = 0;
+};
+
+/// The one that the user asked for.
+[[nodiscard]] std::unique_ptr<Presenter> createPresenter(const Options& options);
+
+} // namespace keldaPlay

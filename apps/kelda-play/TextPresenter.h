@@ -1,0 +1,25 @@
+#pragma once
+
+#include "Presenter.h"
+#include "StatusLine.h"
+
+namespace keldaPlay {
+
+/// In words, for people.
+class TextPresenter : public Presenter
+{
+public:
+    void streamStarts(const StreamStart& start) override;
+    void trackBegins(const Track& /*track*/, double /*position*/) override {}
+    void goesOn(const Progress& progress) override { m_status.show(progress); }
+    void ranDry(double /*position*/) override {}
+    void deviceIsLost(double /*position*/) override {} // which the log tells
+    void deviceIsBack(double /*position*/, double /*secondsAway*/) override {}
+    void ends(const Statistics& statistics, ExitStatus status, const std::string& error) override;
+
+private:
+    StatusLine m_status;
+    bool m_hasStarted = false;
+};
+
+} // namespace keldaPlay
