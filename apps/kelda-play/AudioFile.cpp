@@ -96,14 +96,9 @@ std::size_t AudioFile::readAs(std::vector<Sample>& samples, const FrameLayout& l
     if (sf_error(m_file.get()) != SF_ERR_NO_ERROR) {
         throw std::runtime_error(m_path + ": " + sf_strerror(m_file.get()));
     }
-    unsigned char* to = out.data();
-    for (std::size_t i = 0; i < static_cast<std::size_t>(frames); ++i) {
-        const std::span<const Sample> frame(samples.data() + i * numChannels(), numChannels());
-        for (std::size_t channel = 0; channel < layout.numChannels; ++channel) {
-            pack(sampleFor<Sample, Sum>(channel, layout.numChannels, frame), to);
-            to += layout.sample.bytes;
-        }
-    }
+    const std::span<const Sample> decoded(samples.data(),
+                                          static_cast<std::size_t>(frames) * numChannels());
+    packFrames<Sum>(decoded, numChannels(), layout, out.data(), pack);
     return static_cast<std::size_t>(frames);
 }
 

@@ -1,11 +1,14 @@
 #include "Options.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <map>
 #include <sstream>
 
 #include <CLI/CLI.hpp>
+#include <fcntl.h>
+#include <unistd.h>
 
 #include "Errors.h"
 #include "ResamplerOptions.h"
@@ -192,6 +195,46 @@ void addOutputs(CLI::App& app, Options& options)
         ->capture_default_str();
 }
 
+void addInput(CLI::App& app, Options& options)
+{
+    app.add_option("FILE", options.files,
+                   "Played one after the other, without a gap: files, folders of them, or - for\n"
+                   "standard input");
+    app.add_option_function<std::string>(
+           "--raw",
+           [&options](const std::string& text) {
+               try {
+                   options.raw = parseRawFormat(text);
+               } catch (const UsageError& error) {
+                   throw CLI::ValidationError("--raw", error.what());
+               }
+           },
+           "What standard input holds: interleaved PCM, e.g. 48000:2:S16LE")
+        ->option_text("RATE:CHANNELS:FORMAT");
+}
+
+void checkInput(const Options& options)
+{
+    const auto count = std::ranges::count(options.files, standardInput);
+    if (count > 0 && !options.raw) {
+        throw CLI::ValidationError("-", "what standard input holds is told by --raw "
+                                        "RATE:CHANNELS:FORMAT");
+    }
+    if (count == 0 && options.raw) {
+        throw CLI::ValidationError("--raw", "is for standard input, which is the FILE -");
+    }
+    if (count > 1 || (count > 0 && options.loop)) {
+        throw CLI::ValidationError("-", "standard input can be played once only");
+    }
+    // Now, before another file gets its number.
+    if (count > 0 && fcntl(STDIN_FILENO, F_GETFD) < 0) {
+        throw CLI::ValidationError("-", "standard input is closed");
+    }
+    if (options.describeFile == standardInput) {
+        throw CLI::ValidationError("--describe", "standard input can't be described");
+    }
+}
+
 } // namespace
 
 std::optional<int> parseOptions(int argc, char** argv, Options& options)
@@ -199,7 +242,7 @@ std::optional<int> parseOptions(int argc, char** argv, Options& options)
     CLI::App app("Plays WAV, FLAC and Ogg files in time, through a timestamped queue.",
                  "kelda-play");
     app.set_version_flag("--version", "kelda-play " KELDA_VERSION);
-    app.add_option("FILE", options.files, "Played one after the other, without a gap");
+    addInput(app, options);
     addDescriptions(app, options);
     addDeviceOptions(app, options);
     addResampler(app, options.resampler,
@@ -215,6 +258,7 @@ std::optional<int> parseOptions(int argc, char** argv, Options& options)
         if (options.files.empty() && !options.describes()) {
             throw CLI::RequiredError("FILE");
         }
+        checkInput(options);
         if (options.drift.correction == Correction::Device && options.pll.empty()) {
             throw CLI::ValidationError("--correct",
                                        "the device's rate is set by --pll CTL,ELEMENT");

@@ -8,6 +8,7 @@
 #include "ClickFilter.h"
 #include "DriftLoop.h"
 #include "RateConverter.h"
+#include "RawFormat.h"
 #include "audioUtils/PcmDataStructures.h"
 
 namespace keldaPlay {
@@ -22,7 +23,8 @@ struct Gap
 /// What the user asks for; geometry in frames, and 0 or empty where the player chooses.
 struct Options
 {
-    std::vector<std::string> files;
+    std::vector<std::string> files; // or folders; "-" is standard input
+    std::optional<RawFormat> raw;   // of standard input
 
     std::string device = "fake";
     unsigned int rate = 0; // Hz

@@ -26,6 +26,7 @@
 #include "Renderer.h"
 #include "Statistics.h"
 #include "SyncRecord.h"
+#include "Timeline.h"
 #include "Trace.h"
 #include "Track.h"
 #include "TrackSchedule.h"
@@ -53,14 +54,6 @@ void configureQueue(audioUtils::PcmQueue& queue, const Options& options, unsigne
                     static_cast<unsigned int>(layout.numChannels),
                     static_cast<unsigned int>(layout.sample.bytes), "kelda-play", true,
                     jumpThreshold, filterMaxError);
-}
-
-// The first frame is due when the device is full and the producer has had time for some packets.
-StreamClock startClock(const OutputDevice& device, unsigned int sampleRate, double ppm)
-{
-    constexpr TimeValue lead = 100 * nanosecondsPerMillisecond;
-    const TimeValue full = device.bufferSize() * 1'000'000'000 / device.sampleRate();
-    return StreamClock(miscUtils::getMonotonicRawSysclockTime() + full + lead, sampleRate, ppm);
 }
 
 /// What the streams that are played one after the other share.
@@ -138,7 +131,7 @@ public:
 
         std::thread producerThread([&] {
             try {
-                producer.run(startClock(*m_device, m_playlist.rate(), m_options.sourcePpm));
+                producer.run(Timeline(pathDelay(), m_playlist.rate(), m_options.sourcePpm));
             } catch (...) {
                 producerError = std::current_exception();
                 m_queue.drain(); // what was decoded is played
@@ -189,6 +182,16 @@ private:
         }
         path.drift = m_options.drift.correction != Correction::None ? &m_drift : nullptr;
         return path;
+    }
+
+    /// From the queue until it is heard when the device is full, ns.
+    [[nodiscard]] TimeValue pathDelay() const
+    {
+        const TimeValue device = m_device->bufferSize() * 1'000'000'000 / m_device->sampleRate();
+        const TimeValue clicks =
+            m_clicks ? m_clicks->delayFrames() * 1'000'000'000 / m_playlist.rate() : 0;
+        const auto converter = static_cast<TimeValue>(m_converter ? m_converter->latencyNs() : 0);
+        return device + clicks + converter;
     }
 
     void watch(const Renderer& renderer, Producer& producer)

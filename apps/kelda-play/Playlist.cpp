@@ -47,7 +47,7 @@ void Playlist::play(std::size_t index)
     if (m_source && index == m_current) {
         m_source->rewind();
     } else {
-        m_source = openTrack(m_tracks[index]);
+        m_source = openTrack(m_tracks[index], m_stop);
     }
     m_current = index;
     m_begins.push_back({&m_tracks[index], m_framesRead});

@@ -44,6 +44,12 @@ public:
     /// Throws std::runtime_error when a track can't be read.
     [[nodiscard]] std::size_t read(const FrameLayout& layout, std::span<unsigned char> out);
 
+    /// Whether what was read last came from a live source.
+    [[nodiscard]] bool isLive() const { return m_tracks[m_current].isLive(); }
+
+    /// From any thread: makes read() wait for nothing any more.
+    void stop() { m_stop.set(); }
+
     [[nodiscard]] bool hasReachedLimit() const { return m_framesRead == m_limit; }
 
     /// What read() has given.
@@ -54,6 +60,7 @@ private:
     void play(std::size_t index);
 
     std::span<const Track> m_tracks;
+    StopEvent m_stop;
     std::unique_ptr<Source> m_source;
     std::size_t m_current = 0;
     std::vector<Begin> m_begins;

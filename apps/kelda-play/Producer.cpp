@@ -4,6 +4,9 @@
 #include <chrono>
 #include <cmath>
 
+#include <log4cplus/logger.h>
+#include <log4cplus/loggingmacros.h>
+
 namespace keldaPlay {
 
 using miscUtils::TimeValue;
@@ -33,8 +36,9 @@ Producer::Producer(Playlist& playlist, const FrameLayout& layout, audioUtils::Pc
 {
 }
 
-void Producer::run(const StreamClock& clock)
+void Producer::run(Timeline timeline)
 {
+    const log4cplus::Logger logger = log4cplus::Logger::getInstance("kelda-play");
     std::uint64_t position = 0;
     for (;;) {
         const Gaps::Piece piece = m_gaps.pieceAt(position);
@@ -43,15 +47,20 @@ void Producer::run(const StreamClock& clock)
         const std::span packet = std::span(m_packet).first(numFrames * m_bytesPerFrame);
 
         const std::size_t decoded = m_playlist.read(m_layout, packet);
+        if (timeline.arrive(position, miscUtils::getMonotonicRawSysclockTime(),
+                            decoded > 0 && m_playlist.isLive())) {
+            LOG4CPLUS_WARN(logger, "The input came too late: the stream goes on where it is");
+        }
         for (const Playlist::Begin& begin : m_playlist.takeBegins()) {
-            m_schedule.add(*begin.track, clock.ptsOf(begin.frame));
+            m_schedule.add(*begin.track, timeline.ptsOf(begin.frame));
         }
         if (decoded == 0) {
             break;
         }
-        const bool goesOn = piece.lost ? waitFor(clock.ptsOf(decoded) - clock.ptsOf(0))
-                                       : m_queue.write(stamped(clock.ptsOf(position)),
-                                                       packet.first(decoded * m_bytesPerFrame));
+        const bool goesOn =
+            piece.lost ? waitFor(timeline.ptsOf(position + decoded) - timeline.ptsOf(position))
+                       : m_queue.write(stamped(timeline.ptsOf(position)),
+                                       packet.first(decoded * m_bytesPerFrame));
         if (!goesOn) {
             break;
         }
@@ -75,6 +84,7 @@ void Producer::stop()
         m_stopped = true;
     }
     m_stopCondition.notify_all();
+    m_playlist.stop();
     m_queue.abortWrite();
 }
 

@@ -9,7 +9,7 @@
 #include "Gaps.h"
 #include "Options.h"
 #include "Playlist.h"
-#include "StreamClock.h"
+#include "Timeline.h"
 #include "TrackSchedule.h"
 #include "audioUtils/PcmQueue.h"
 
@@ -25,8 +25,8 @@ public:
 
     /// Returns when the queue has played out, or after stop().
     ///
-    /// @param clock of the stream that starts now
-    void run(const StreamClock& clock);
+    /// @param timeline of the stream, which begins
+    void run(Timeline timeline);
 
     /// From any thread: makes run() return soon, whatever it waits for.
     void stop();

@@ -8,6 +8,7 @@
 #include <log4cplus/loggingmacros.h>
 
 #include "Negotiation.h"
+#include "RawSource.h"
 #include "SoundFolder.h"
 
 namespace keldaPlay {
@@ -20,6 +21,13 @@ Track trackOf(const std::string& path, const Source& source)
     track.path = path;
     track.info = describe(source);
     track.numFrames = source.numFrames();
+    return track;
+}
+
+Track trackOfInput(const RawFormat& raw)
+{
+    Track track = trackOf(standardInput, RawSource(raw, StopEvent()));
+    track.raw = raw;
     return track;
 }
 
@@ -64,7 +72,9 @@ std::vector<Track> findTracks(const Options& options, const std::function<bool()
             break;
         }
         std::error_code unreadable; // which opening it tells better
-        if (std::filesystem::is_directory(path, unreadable)) {
+        if (path == standardInput) {
+            tracks.push_back(trackOfInput(*options.raw));
+        } else if (std::filesystem::is_directory(path, unreadable)) {
             addFolder(tracks, path, goesOn);
         } else {
             tracks.push_back(trackOf(path, *openSource(path)));
@@ -76,8 +86,11 @@ std::vector<Track> findTracks(const Options& options, const std::function<bool()
     return tracks;
 }
 
-std::unique_ptr<Source> openTrack(const Track& track)
+std::unique_ptr<Source> openTrack(const Track& track, const StopEvent& stop)
 {
+    if (track.raw) {
+        return std::make_unique<RawSource>(*track.raw, stop);
+    }
     std::unique_ptr<Source> source = openSource(track.path);
     if (describe(*source) != track.info) {
         throw std::runtime_error(track.path + ": has changed since playing began");

@@ -10,7 +10,9 @@
 #include <vector>
 
 #include "Options.h"
+#include "RawFormat.h"
 #include "Source.h"
+#include "StopEvent.h"
 #include "audioUtils/PcmDataStructures.h"
 
 namespace keldaPlay {
@@ -22,8 +24,12 @@ struct Track
     std::size_t index = 0; ///< in the list, from 0 on
     audioUtils::PcmAudioInfo info;
     std::optional<std::uint64_t> numFrames; ///< where it is known
+    std::optional<RawFormat> raw;           ///< of what comes without a header
 
     [[nodiscard]] std::optional<double> seconds() const;
+
+    /// Whether its frames come when they come.
+    [[nodiscard]] bool isLive() const { return raw.has_value(); }
 };
 
 /// What the user wants to hear, in order. Each source is opened once, and closed again: there may
@@ -34,7 +40,9 @@ struct Track
 [[nodiscard]] std::vector<Track> findTracks(const Options& options,
                                             const std::function<bool()>& goesOn);
 
-[[nodiscard]] std::unique_ptr<Source> openTrack(const Track& track);
+/// Throws std::runtime_error with the path and the reason when it can't be read any more.
+/// @param stop makes a read() that waits for a live source end
+[[nodiscard]] std::unique_ptr<Source> openTrack(const Track& track, const StopEvent& stop);
 
 /// The number of tracks from the first on that are one stream, without a gap.
 [[nodiscard]] std::size_t lengthOfRun(std::span<const Track> tracks);

@@ -106,8 +106,14 @@ protected:
     /// Starts the player, sends it a signal after a while, and waits for its end.
     int interrupt(const std::string& arguments, int signal)
     {
-        const std::string command = "exec " KELDA_PLAY " " + clickRemoval + arguments + " >" +
-                                    path("out") + " 2>" + path("err") + " </dev/null";
+        return interruptCommand("exec " KELDA_PLAY " " + clickRemoval + arguments + " >" +
+                                    path("out") + " 2>" + path("err") + " </dev/null",
+                                signal);
+    }
+
+    /// The same for a shell's command.
+    int interruptCommand(const std::string& command, int signal)
+    {
         const char* argv[] = {"sh", "-c", command.c_str(), nullptr};
         pid_t process = 0;
         EXPECT_EQ(
