@@ -6,6 +6,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <memory>
+#include <sstream>
 
 #include <alsa/asoundlib.h>
 #include <log4cplus/consoleappender.h>
@@ -14,6 +15,7 @@
 #include <log4cplus/loggingmacros.h>
 #include <log4cplus/spi/loggingevent.h>
 
+#include "Color.h"
 #include "RepeatLimiter.h"
 
 namespace keldaPlay {
@@ -21,6 +23,10 @@ namespace keldaPlay {
 using namespace log4cplus;
 
 namespace {
+
+constexpr const char* timePattern = "%d{%H:%M:%S.%q} ";
+constexpr const char* levelPattern = "%-5p";
+constexpr const char* messagePattern = " %c: %m%n";
 
 class CalmAppender : public ConsoleAppender
 {
@@ -63,6 +69,37 @@ private:
     RepeatLimiter m_limiter{std::chrono::seconds(10)};
 };
 
+/// The level alone is coloured: it stands between two parts that are laid out by patterns.
+class ColoredLayout : public Layout
+{
+public:
+    void formatAndAppend(tostream& out, const spi::InternalLoggingEvent& event) override
+    {
+        const LogLevel level = event.getLogLevel();
+        std::ostringstream name;
+        m_level.formatAndAppend(name, event);
+        m_time.formatAndAppend(out, event);
+        out << inColor(name.str(), level >= ERROR_LOG_LEVEL  ? Color::Red
+                                   : level >= WARN_LOG_LEVEL ? Color::Yellow
+                                                             : Color::None);
+        m_message.formatAndAppend(out, event);
+    }
+
+private:
+    PatternLayout m_time{timePattern};
+    PatternLayout m_level{levelPattern};
+    PatternLayout m_message{messagePattern};
+};
+
+std::unique_ptr<Layout> createLayout(bool isColored)
+{
+    if (isColored) {
+        return std::make_unique<ColoredLayout>();
+    }
+    return std::make_unique<PatternLayout>(std::string(timePattern) + levelPattern +
+                                           messagePattern);
+}
+
 __attribute__((format(printf, 5, 6))) void
 logAlsaError(const char* file, int line, const char* function, int error, const char* format, ...)
 {
@@ -80,10 +117,10 @@ logAlsaError(const char* file, int line, const char* function, int error, const 
 
 } // namespace
 
-Logging::Logging(const std::string& level)
+Logging::Logging(const std::string& level, bool isColored)
 {
     const SharedAppenderPtr appender(new CalmAppender);
-    appender->setLayout(std::make_unique<PatternLayout>("%d{%H:%M:%S.%q} %-5p %c: %m%n"));
+    appender->setLayout(createLayout(isColored));
     std::string upperCase = level;
     std::ranges::transform(upperCase, upperCase.begin(),
                            [](char c) { return static_cast<char>(std::toupper(c)); });

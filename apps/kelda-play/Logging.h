@@ -12,7 +12,8 @@ class Logging
 {
 public:
     /// @param level of log4cplus, in any case; libasound's own messages count as INFO
-    explicit Logging(const std::string& level);
+    /// @param isColored whether warnings and errors stand out
+    Logging(const std::string& level, bool isColored);
     ~Logging();
     Logging(const Logging&) = delete;
     Logging& operator=(const Logging&) = delete;

@@ -2,21 +2,25 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <map>
+#include <span>
 #include <sstream>
+#include <string_view>
 
 #include <CLI/CLI.hpp>
 #include <fcntl.h>
 #include <unistd.h>
 
 #include "Errors.h"
+#include "Presenter.h"
 #include "ResamplerOptions.h"
 #include "SampleLayout.h"
 
 namespace keldaPlay {
 
 namespace {
+
+constexpr const char* jsonFlag = "--json";
 
 constexpr const char* exitStatusText =
     "Exit status:\n"
@@ -213,6 +217,27 @@ void addInput(CLI::App& app, Options& options)
         ->option_text("RATE:CHANNELS:FORMAT");
 }
 
+void addPresentation(CLI::App& app, Options& options)
+{
+    app.add_flag(jsonFlag, options.json,
+                 "Tell what happens as JSON, an object a line, on standard output");
+    static const std::map<std::string, ColorChoice> choices = {{"auto", ColorChoice::Auto},
+                                                               {"always", ColorChoice::Always},
+                                                               {"never", ColorChoice::Never}};
+    app.add_option(
+           "--color", options.color,
+           "Whether to colour what is wrong: auto does on terminals, unless NO_COLOR is set")
+        ->transform(CLI::CheckedTransformer(choices))
+        ->option_text("auto|always|never [auto]");
+}
+
+/// Whether the user asked for JSON, as far as that can be told of a wrong command line.
+bool asksForJson(std::span<char*> arguments)
+{
+    const auto end = std::ranges::find(arguments, std::string_view("--"));
+    return std::find(arguments.begin(), end, std::string_view(jsonFlag)) != end;
+}
+
 void checkInput(const Options& options)
 {
     const auto count = std::ranges::count(options.files, standardInput);
@@ -252,6 +277,7 @@ std::optional<int> parseOptions(int argc, char** argv, Options& options)
     addClickRemoval(app, options.clicks);
     addDisturbances(app, options);
     addOutputs(app, options);
+    addPresentation(app, options);
     app.footer(exitStatusText);
     try {
         app.parse(argc, argv);
@@ -270,7 +296,8 @@ std::optional<int> parseOptions(int argc, char** argv, Options& options)
     } catch (const CLI::Success& success) {
         return app.exit(success);
     } catch (const CLI::ParseError& error) {
-        std::fprintf(stderr, "kelda-play: %s\n", error.what());
+        options.json = asksForJson(std::span(argv, static_cast<std::size_t>(argc)));
+        createPresenter(options)->ends(Statistics(), UsageFailed, error.what());
         return UsageFailed;
     }
     return std::nullopt;

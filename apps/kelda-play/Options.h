@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "ClickFilter.h"
+#include "Color.h"
 #include "DriftLoop.h"
 #include "RateConverter.h"
 #include "RawFormat.h"
@@ -62,6 +63,8 @@ struct Options
     std::string tracePath;
     std::string reportFolder;
     std::string logLevel = "warn";
+    ColorChoice color = ColorChoice::Auto;
+    bool json = false;
 };
 
 /// Reads the command line.

@@ -1,8 +1,8 @@
 #include "Player.h"
 
 #include <algorithm>
+#include <clocale>
 #include <cmath>
-#include <cstdio>
 #include <exception>
 #include <memory>
 #include <optional>
@@ -11,6 +11,9 @@
 #include <thread>
 #include <vector>
 
+#include <unistd.h>
+
+#include "Color.h"
 #include "DevicePll.h"
 #include "DeviceRequest.h"
 #include "EndSignals.h"
@@ -351,8 +354,10 @@ void playAll(const Playing& playing, std::span<const Track> tracks)
 int play(const Options& options)
 {
     EndSignals signals; // first, for they are to be blocked in all threads, the logger's too
-    const Logging logging(options.logLevel);
+    std::setlocale(LC_CTYPE, ""); // which characters the terminal knows
+    const bool isLogColored = usesColor(options.color, STDERR_FILENO);
     if (options.describes()) {
+        const Logging logging(options.logLevel, isLogColored);
         printDescriptions(options);
         return Ended;
     }
@@ -361,6 +366,7 @@ int play(const Options& options)
     ExitStatus status = Ended;
     std::string problem;
     try {
+        const Logging logging(options.logLevel, isLogColored); // ends before the last line is told
         const std::vector<Track> tracks =
             findTracks(options, [&signals] { return !signals.haveCome(); });
         if (!signals.haveCome()) {

@@ -1,12 +1,16 @@
 #include "Presenter.h"
 
+#include "JsonPresenter.h"
 #include "TextPresenter.h"
 
 namespace keldaPlay {
 
-std::unique_ptr<Presenter> createPresenter(const Options& /*options*/)
+std::unique_ptr<Presenter> createPresenter(const Options& options)
 {
-    return std::make_unique<TextPresenter>();
+    if (options.json) {
+        return std::make_unique<JsonPresenter>(options.color);
+    }
+    return std::make_unique<TextPresenter>(options.color);
 }
 
 } // namespace keldaPlay

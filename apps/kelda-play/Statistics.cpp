@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <utility>
 
+#include "Color.h"
+
 namespace keldaPlay {
 
 void Statistics::beginStream(unsigned int sampleRate)
@@ -64,20 +66,25 @@ double Statistics::rmsError() const
     return m_errors > 0 ? std::sqrt(m_sumOfSquares / static_cast<double>(m_errors)) : 0;
 }
 
-std::string Statistics::summary() const
+std::string Statistics::summary(bool isColored) const
 {
-    const std::string unheard = m_unheardFrames == 0 ? ""
-                                                     : ", " + std::to_string(m_unheardFrames) +
-                                                           " while the device was gone";
+    const auto lost = [isColored](std::uint64_t count, const char* what) {
+        return inColor(std::to_string(count) + what,
+                       isColored && count > 0 ? Color::Red : Color::None);
+    };
+    const std::string unheard =
+        m_unheardFrames == 0 ? "" : ", " + lost(m_unheardFrames, " while the device was gone");
+    const std::string allLost = lost(m_skippedFrames, " frames skipped") + ", " +
+                                lost(m_paddedFrames, " missing") + ", " +
+                                lost(m_underruns, " underruns") + unheard;
     std::array<char, 512> text{};
     std::snprintf(text.data(), text.size(),
                   "played        %.3f s in %lu blocks\n"
                   "silence       %.3f s until audio was due, %lu frames in gaps\n"
-                  "lost          %lu frames skipped, %lu missing, %lu underruns%s\n"
+                  "lost          %s\n"
                   "timing error  mean %.1f us, rms %.1f us, worst %.1f us\n",
-                  dataSeconds(), m_blocks, silenceSeconds(), m_insertedFrames, m_skippedFrames,
-                  m_paddedFrames, m_underruns, unheard.c_str(), meanError(), rmsError(),
-                  m_worstError);
+                  dataSeconds(), m_blocks, silenceSeconds(), m_insertedFrames, allLost.c_str(),
+                  meanError(), rmsError(), m_worstError);
     return text.data();
 }
 

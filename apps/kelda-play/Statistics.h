@@ -35,7 +35,8 @@ public:
     [[nodiscard]] double worstError() const { return m_worstError; }
 
     /// The lines at the end of playing.
-    [[nodiscard]] std::string summary() const;
+    /// @param isColored whether what was lost stands out
+    [[nodiscard]] std::string summary(bool isColored = false) const;
 
 private:
     unsigned int m_sampleRate = 1; // nothing has been played at any

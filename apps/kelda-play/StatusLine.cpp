@@ -3,20 +3,45 @@
 #include <array>
 #include <cstdio>
 
+#include <sys/ioctl.h>
 #include <unistd.h>
+
+#include "Color.h"
+#include "TerminalLine.h"
 
 namespace keldaPlay {
 
-StatusLine::StatusLine() : m_terminal(isatty(STDOUT_FILENO) != 0) {}
+namespace {
+
+/// Of the terminal, as it is now: its user may change it at any time.
+std::size_t numColumns()
+{
+    constexpr std::size_t usual = 80;
+    winsize size{};
+    const bool isKnown = ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
+    return isKnown ? size.ws_col : usual;
+}
+
+} // namespace
+
+StatusLine::StatusLine(bool isColored)
+    : m_isColored(isColored),
+      m_terminal(isDrawable(STDOUT_FILENO)),
+      m_interval(m_terminal ? std::chrono::milliseconds(100) : std::chrono::seconds(1))
+{
+}
 
 void StatusLine::show(const Progress& progress)
 {
-    if (Clock::now() < m_next) {
+    if (!m_interval.isDue()) {
         return;
     }
-    m_next += m_terminal ? std::chrono::milliseconds(100) : std::chrono::seconds(1);
-    const std::string line = text(progress.statistics, progress.last);
-    std::printf(m_terminal ? "\r%s\033[K" : "%s\n", line.c_str());
+    if (m_terminal) {
+        // The last column stays free: some terminals wrap as soon as it is written to.
+        std::printf("\r%s\033[K", terminalLine(progress, numColumns() - 1, m_isColored).c_str());
+    } else {
+        std::printf("%s\n", text(progress.statistics, progress.last).c_str());
+    }
     std::fflush(stdout);
     m_drawn = m_terminal;
 }

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <chrono>
 #include <string>
 
+#include "Interval.h"
 #include "Presenter.h"
 
 namespace keldaPlay {
@@ -12,7 +12,7 @@ namespace keldaPlay {
 class StatusLine
 {
 public:
-    StatusLine();
+    explicit StatusLine(bool isColored);
 
     void show(const Progress& progress);
 
@@ -23,11 +23,10 @@ public:
     [[nodiscard]] static std::string text(const Statistics& statistics, const BlockRecord& last);
 
 private:
-    using Clock = std::chrono::steady_clock;
-
+    bool m_isColored;
     bool m_terminal;
     bool m_drawn = false;
-    Clock::time_point m_next = Clock::now();
+    Interval m_interval;
 };
 
 } // namespace keldaPlay

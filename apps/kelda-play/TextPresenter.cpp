@@ -2,9 +2,16 @@
 
 #include <cstdio>
 
+#include <unistd.h>
+
 #include "Negotiation.h"
 
 namespace keldaPlay {
+
+TextPresenter::TextPresenter(ColorChoice color)
+    : m_color(color), m_isColored(usesColor(color, STDOUT_FILENO)), m_status(m_isColored)
+{
+}
 
 void TextPresenter::streamStarts(const StreamStart& start)
 {
@@ -32,11 +39,11 @@ void TextPresenter::ends(const Statistics& statistics, ExitStatus /*status*/,
 {
     if (m_hasStarted) {
         m_status.end();
-        std::printf("%s", statistics.summary().c_str());
+        std::printf("%s", statistics.summary(m_isColored).c_str());
         std::fflush(stdout);
     }
     if (!error.empty()) {
-        std::fprintf(stderr, "kelda-play: %s\n", error.c_str());
+        printError(error, m_color);
     }
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Color.h"
 #include "Presenter.h"
 #include "StatusLine.h"
 
@@ -9,6 +10,8 @@ namespace keldaPlay {
 class TextPresenter : public Presenter
 {
 public:
+    explicit TextPresenter(ColorChoice color);
+
     void streamStarts(const StreamStart& start) override;
     void trackBegins(const Track& /*track*/, double /*position*/) override {}
     void goesOn(const Progress& progress) override { m_status.show(progress); }
@@ -18,6 +21,8 @@ public:
     void ends(const Statistics& statistics, ExitStatus status, const std::string& error) override;
 
 private:
+    ColorChoice m_color;
+    bool m_isColored; // standard output
     StatusLine m_status;
     bool m_hasStarted = false;
 };

@@ -37,7 +37,7 @@ TEST_F(PlayTest, TellsWithoutATerminalHowItGoesInPlainLines)
 
 TEST_F(PlayTest, RedrawsOneLineOnATerminal)
 {
-    const std::string command = "script -qfec '" KELDA_PLAY + patient + recording +
+    const std::string command = "TERM=xterm script -qfec '" KELDA_PLAY + patient + recording +
                                 "' /dev/null >" + path("out") + " 2>" + path("err") + " </dev/null";
     ASSERT_EQ(finish(std::system(command.c_str())), 0) << err << out;
     EXPECT_GT(std::count(out.begin(), out.end(), '\r'), 10);

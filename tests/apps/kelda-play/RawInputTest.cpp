@@ -331,8 +331,8 @@ TEST_F(RawInputTest, TellsInOneLineWhatIsWrong)
         EXPECT_THAT(err, HasSubstr(message)) << arguments;
         EXPECT_EQ(numLines(err), 1U) << err;
     }
-    const std::string command = "script -qfec '" KELDA_PLAY " " + mono + "' /dev/null >" +
-                                path("out") + " 2>" + path("err") + " </dev/null";
+    const std::string command = "NO_COLOR=1 script -qfec '" KELDA_PLAY " " + mono +
+                                "' /dev/null >" + path("out") + " 2>" + path("err") + " </dev/null";
     EXPECT_EQ(finish(std::system(command.c_str())), 1);
     EXPECT_EQ(out, "kelda-play: standard input is a terminal: raw audio comes from a pipe or a "
                    "file\r\n");

@@ -1,0 +1,129 @@
+#include "JsonPresenter.h"
+
+#include <cmath>
+#include <cstdio>
+
+#include <nlohmann/json.hpp>
+
+namespace keldaPlay {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+// Each line is there at once, for whoever waits for it; what is no UTF-8 becomes U+FFFD.
+void print(const Json& event)
+{
+    constexpr int onOneLine = -1;
+    const std::string text =
+        event.dump(onOneLine, ' ', false, Json::error_handler_t::replace) + "\n";
+    std::fputs(text.c_str(), stdout);
+    std::fflush(stdout);
+}
+
+/// To 1/1000, not to the last bit of the sum that it is.
+double rounded(double value)
+{
+    return std::round(value * 1000) / 1000;
+}
+
+double milliseconds(double nanoseconds)
+{
+    return rounded(nanoseconds * 1e-6);
+}
+
+Json countsOf(const Statistics& statistics)
+{
+    return {{"underruns", statistics.underruns()},
+            {"skippedFrames", statistics.skippedFrames()},
+            {"missingFrames", statistics.paddedFrames()},
+            {"gapFrames", statistics.insertedFrames()},
+            {"unheardFrames", statistics.unheardFrames()}};
+}
+
+} // namespace
+
+void JsonPresenter::streamStarts(const StreamStart& start)
+{
+    const audioUtils::OutputDevice& device = start.device;
+    m_hasStarted = true;
+    print({{"event", "start"},
+           {"device", start.request.name},
+           {"rate", device.sampleRate()},
+           {"channels", device.numChannels()},
+           {"format", audioUtils::toString(start.request.format)},
+           {"period", device.periodSize()},
+           {"buffer", device.bufferSize()},
+           {"startThreshold", device.startThreshold()},
+           {"sourceRate", start.source.getSampleRate()},
+           {"sourceChannels", start.source.getNumChannels()},
+           {"sourceFormat", audioUtils::toString(start.source.getPcmFormat())}});
+}
+
+void JsonPresenter::trackBegins(const Track& track, double position)
+{
+    const std::optional<double> duration = track.seconds();
+    print({{"event", "file"},
+           {"position", rounded(position)},
+           {"index", track.index},
+           {"path", track.path},
+           {"rate", track.info.getSampleRate()},
+           {"channels", track.info.getNumChannels()},
+           {"format", audioUtils::toString(track.info.getPcmFormat())},
+           {"duration", duration ? Json(rounded(*duration)) : Json()}});
+}
+
+void JsonPresenter::goesOn(const Progress& progress)
+{
+    if (!m_interval.isDue()) {
+        return;
+    }
+    const BlockRecord& last = progress.last;
+    Json event = {{"event", "status"},
+                  {"position", rounded(progress.statistics.dataSeconds())},
+                  {"file", progress.track != nullptr ? Json(progress.track->index) : Json()},
+                  {"filePosition", rounded(progress.trackPosition)},
+                  {"queue", milliseconds(static_cast<double>(last.queueFill))},
+                  {"delay", milliseconds(static_cast<double>(last.deviceDelay))},
+                  {"error", rounded(static_cast<double>(last.delta) * 1e-3)},
+                  {"adjustment", rounded(last.adjustmentPpm)}};
+    event.update(countsOf(progress.statistics));
+    print(event);
+}
+
+void JsonPresenter::ranDry(double position)
+{
+    print({{"event", "underrun"}, {"position", rounded(position)}});
+}
+
+void JsonPresenter::deviceIsLost(double position)
+{
+    print({{"event", "deviceLost"}, {"position", rounded(position)}});
+}
+
+void JsonPresenter::deviceIsBack(double position, double secondsAway)
+{
+    print(
+        {{"event", "deviceBack"}, {"position", rounded(position)}, {"away", rounded(secondsAway)}});
+}
+
+void JsonPresenter::ends(const Statistics& statistics, ExitStatus status, const std::string& error)
+{
+    if (!error.empty()) {
+        print({{"event", "error"}, {"message", error}});
+        printError(error, m_color);
+    }
+    Json event = {{"event", "end"}, {"status", static_cast<int>(status)}};
+    if (m_hasStarted) {
+        event.update({{"played", rounded(statistics.dataSeconds())},
+                      {"blocks", statistics.blocks()},
+                      {"silence", rounded(statistics.silenceSeconds())},
+                      {"errorMean", rounded(statistics.meanError())},
+                      {"errorRms", rounded(statistics.rmsError())},
+                      {"errorWorst", rounded(statistics.worstError())}});
+        event.update(countsOf(statistics));
+    }
+    print(event);
+}
+
+} // namespace keldaPlay
