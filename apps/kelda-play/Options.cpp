@@ -7,6 +7,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "HelpFormatter.h"
 #include "ResamplerOptions.h"
 
 namespace keldaPlay {
@@ -42,6 +43,7 @@ Gap parseGap(const std::string& text)
 
 void addDeviceOptions(CLI::App& app, Options& options)
 {
+    app.option_defaults()->group("Device");
     app.add_option("--device", options.device,
                    "Output device: fake (simulated), or the name of any ALSA device")
         ->capture_default_str();
@@ -69,6 +71,7 @@ void addDeviceOptions(CLI::App& app, Options& options)
 
 void addDescriptions(CLI::App& app, Options& options)
 {
+    app.option_defaults()->group("Descriptions");
     app.add_option("--describe", options.describeFile, "Print what a file holds as JSON, and end")
         ->option_text("FILE");
     app.add_option("--describe-device", options.describeDevice,
@@ -78,6 +81,7 @@ void addDescriptions(CLI::App& app, Options& options)
 
 void addStreamOptions(CLI::App& app, Options& options)
 {
+    app.option_defaults()->group("Stream");
     app.add_option("--queue-ms", options.queueMs, "Capacity of the queue in ms")
         ->check(CLI::Range(1U, 60'000U))
         ->capture_default_str();
@@ -95,6 +99,7 @@ void addStreamOptions(CLI::App& app, Options& options)
 
 void addDriftCorrection(CLI::App& app, Options& options)
 {
+    app.option_defaults()->group("Drift correction");
     DriftOptions& drift = options.drift;
     static const std::map<std::string, Correction> corrections = {
         {"none", Correction::None},
@@ -131,6 +136,7 @@ void addDriftCorrection(CLI::App& app, Options& options)
 
 void addClickRemoval(CLI::App& app, ClickOptions& clicks)
 {
+    app.option_defaults()->group("Clicks");
     app.add_flag("!--no-click-removal", clicks.enabled,
                  "Leave starts, stops and gaps as hard as they are");
     app.add_option("--gap-ms", clicks.gapMs, "Ms of silence that are played over without a fade")
@@ -147,6 +153,7 @@ void addClickRemoval(CLI::App& app, ClickOptions& clicks)
 
 void addDisturbances(CLI::App& app, Options& options)
 {
+    app.option_defaults()->group("Disturbances");
     app.add_option("--source-ppm", options.sourcePpm,
                    "Let the source's clock run so many ppm too fast")
         ->check(CLI::Range(-10'000.0, 10'000.0))
@@ -170,6 +177,7 @@ void addDisturbances(CLI::App& app, Options& options)
 
 void addOutputs(CLI::App& app, Options& options)
 {
+    app.option_defaults()->group("Output");
     app.add_option("--record", options.recordPath, "Write what reaches the device to a WAV file")
         ->option_text("OUT.wav");
     app.add_option("--trace", options.tracePath, "Write a row a block to a CSV file")
@@ -188,9 +196,9 @@ std::optional<int> parseOptions(int argc, char** argv, Options& options)
 {
     CLI::App app("Plays WAV, FLAC and Ogg files in time, through a timestamped queue.",
                  "kelda-play");
+    app.formatter(std::make_shared<HelpFormatter>());
     app.set_version_flag("--version", "kelda-play " KELDA_VERSION);
     app.add_option("FILE", options.files, "Played one after the other, without a gap");
-    addDescriptions(app, options);
     addDeviceOptions(app, options);
     addResampler(app, options.resampler,
                  "What converts the sample rate: float, short (16 bits, fixed point), gstreamer");
@@ -199,6 +207,7 @@ std::optional<int> parseOptions(int argc, char** argv, Options& options)
     addClickRemoval(app, options.clicks);
     addDisturbances(app, options);
     addOutputs(app, options);
+    addDescriptions(app, options);
     try {
         app.parse(argc, argv);
         if (options.files.empty() && !options.describes()) {
