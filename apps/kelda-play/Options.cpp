@@ -194,7 +194,7 @@ void addOutputs(CLI::App& app, Options& options)
 
 std::optional<int> parseOptions(int argc, char** argv, Options& options)
 {
-    CLI::App app("Plays WAV, FLAC and Ogg files in time, through a timestamped queue.",
+    CLI::App app("Plays WAV, FLAC, Ogg, DSF and DFF files in time, through a timestamped queue.",
                  "kelda-play");
     app.formatter(std::make_shared<HelpFormatter>());
     app.set_version_flag("--version", "kelda-play " KELDA_VERSION);

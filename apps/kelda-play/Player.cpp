@@ -12,6 +12,7 @@
 
 #include "DevicePll.h"
 #include "DeviceRequest.h"
+#include "DopNegotiation.h"
 #include "EndSignals.h"
 #include "Journal.h"
 #include "Logging.h"
@@ -78,8 +79,7 @@ public:
           m_signals(signals),
           m_playlist(openAll(options.files), options.loop),
           m_stream(describe(m_playlist)),
-          m_info(
-              negotiate(options, m_stream, capabilitiesOf(options.device, options.rateResample))),
+          m_info(negotiate(options, m_playlist)),
           m_layout{*layoutOf(m_info.getPcmFormat()),
                    static_cast<std::size_t>(m_info.getNumChannels())},
           m_queued{converts() ? *layoutOf(RateConverter::inputFormat(options.resampler))
@@ -88,6 +88,10 @@ public:
           m_request(requestFor(options, m_info)),
           m_device(createDevice(options.device))
     {
+        if (m_playlist.isDsd()) {
+            m_request.rateResample = false;
+            m_dop.emplace(m_layout);
+        }
         if (const std::string obstacle = open(*m_device, m_request); !obstacle.empty()) {
             throw std::runtime_error(obstacle);
         }
@@ -96,7 +100,7 @@ public:
             m_converter.emplace(options.resampler, m_playlist.rate(), m_device->sampleRate(),
                                 m_layout);
         }
-        if (options.clicks.enabled) {
+        if (options.clicks.enabled && !m_dop) {
             m_clicks.emplace(options.clicks, m_queued, m_playlist.rate());
         }
         if (options.durationSeconds) {
@@ -105,6 +109,8 @@ public:
         }
         if (!options.reportFolder.empty()) {
             m_sync.emplace();
+        }
+        if (m_sync && !m_dop) {
             m_before.emplace(m_queued, m_playlist.rate());
             m_after.emplace(m_queued, m_playlist.rate());
         }
@@ -153,7 +159,8 @@ public:
         }
         if (!m_options.reportFolder.empty()) {
             m_sync->write(m_options.reportFolder, m_options.device + ": " + m_options.files.front(),
-                          m_before->audio(), m_after->audio());
+                          m_before ? &m_before->audio() : nullptr,
+                          m_after ? &m_after->audio() : nullptr);
         }
         return checkedResult();
     }
@@ -171,6 +178,7 @@ private:
         path.before = m_before ? &*m_before : nullptr;
         path.after = m_after ? &*m_after : nullptr;
         path.clicks = m_clicks ? &*m_clicks : nullptr;
+        path.dop = m_dop ? &*m_dop : nullptr;
         path.converter = m_converter ? &*m_converter : nullptr;
         path.recorder = m_recorder ? &*m_recorder : nullptr;
         if (m_options.drift.correction == Correction::Device) {
@@ -187,7 +195,9 @@ private:
                     m_device->numChannels() == 1 ? "" : "s",
                     audioUtils::toString(m_info.getPcmFormat()), m_device->periodSize(),
                     m_device->bufferSize(), m_device->startThreshold());
-        if (const std::string text = changes(m_stream, m_info); !text.empty()) {
+        if (m_dop) {
+            std::printf("carried       %s\n", nameOfDop(*m_playlist.sources().front()).c_str());
+        } else if (const std::string text = changes(m_stream, m_info); !text.empty()) {
             std::printf("changed       %s\n", text.c_str());
         }
         if (const std::string text = differences(m_request, *m_device); !text.empty()) {
@@ -257,6 +267,7 @@ private:
     bool m_isGone = false;
     audioUtils::PcmQueue m_queue;
     std::optional<ClickFilter> m_clicks;
+    std::optional<DopFilter> m_dop;       // for a stream of DSD
     std::optional<SoundCapture> m_before; // for the report
     std::optional<SoundCapture> m_after;
     std::optional<RateConverter> m_converter;

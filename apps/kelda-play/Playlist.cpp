@@ -10,6 +10,11 @@ Playlist::Playlist(std::vector<std::unique_ptr<Source>> sources, bool loop)
     : m_sources(std::move(sources)), m_loop(loop)
 {
     for (const auto& source : m_sources) {
+        if (source->isDsd() != isDsd()) {
+            throw std::runtime_error(source->name() + ": is " + (isDsd() ? "PCM" : "DSD") +
+                                     ", but " + m_sources.front()->name() + " is " +
+                                     (isDsd() ? "DSD" : "PCM"));
+        }
         if (source->rate() != rate() || source->numChannels() != numChannels()) {
             throw std::runtime_error(
                 source->name() + ": has " + std::to_string(source->numChannels()) +

@@ -21,6 +21,7 @@ public:
 
     [[nodiscard]] unsigned int rate() const { return m_sources.front()->rate(); }
     [[nodiscard]] unsigned int numChannels() const { return m_sources.front()->numChannels(); }
+    [[nodiscard]] bool isDsd() const { return m_sources.front()->isDsd(); }
     [[nodiscard]] const std::vector<std::unique_ptr<Source>>& sources() const { return m_sources; }
 
     /// Ends the stream after so many frames.

@@ -2,10 +2,12 @@
 
 #include <cstddef>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 
 #include "SampleLayout.h"
+#include "audioUtils/DsdDataStructures.h"
 
 namespace keldaPlay {
 
@@ -21,6 +23,13 @@ public:
     [[nodiscard]] virtual unsigned int numChannels() const = 0;
     /// The format that its samples have, or come nearest to.
     [[nodiscard]] virtual audioUtils::PcmFormat format() const = 0;
+    /// The one-bit samples that its frames carry as DSD over PCM (see Dop.h), of which nothing may
+    /// change a bit; none where it is PCM.
+    [[nodiscard]] virtual std::optional<audioUtils::DsdAudioInfo> dsd() const
+    {
+        return std::nullopt;
+    }
+    [[nodiscard]] bool isDsd() const { return dsd().has_value(); }
 
     /// Decodes as many whole frames as `out` holds, or the source still has. The frames may have
     /// another number of channels than the source (see sampleFor()).
