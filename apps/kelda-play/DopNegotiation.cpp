@@ -81,7 +81,7 @@ void checkPassage(const std::string& deviceName, const std::string& what)
 
 PcmAudioInfo negotiateDop(const Options& options, const Source& source)
 {
-    const PcmAudioInfo info = negotiateDop(options, source, capabilitiesOf(options.device, false));
+    PcmAudioInfo info = negotiateDop(options, source, capabilitiesOf(options.device, false));
     checkPassage(options.device, source.name() + ": " + nameOfDop(source));
     return info;
 }

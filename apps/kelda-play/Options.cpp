@@ -86,9 +86,8 @@ void addStreamOptions(CLI::App& app, Options& options)
         ->check(CLI::Range(1U, 60'000U))
         ->capture_default_str();
     app.add_option("--jump-threshold", options.jumpThresholdMs,
-                   "Leave alone what is off by less than so many ms")
-        ->check(CLI::Range(0.0, 10'000.0))
-        ->capture_default_str();
+                   "Leave alone what is off by less than so many ms\n[20, and 1000 of DSD]")
+        ->check(CLI::Range(0.0, 10'000.0));
     app.add_option("--packet-ms", options.packetMs, "Length of the producer's packets in ms")
         ->check(CLI::Range(1U, 1000U))
         ->capture_default_str();

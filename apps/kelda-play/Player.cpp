@@ -38,16 +38,19 @@ namespace {
 
 constexpr TimeValue nanosecondsPerMillisecond = 1'000'000;
 
-void configureQueue(audioUtils::PcmQueue& queue, const Options& options, unsigned int sampleRate,
+void configureQueue(audioUtils::PcmQueue& queue, const Options& options, const Playlist& playlist,
                     const FrameLayout& layout)
 {
+    // A file of DSD is to be heard whole: clocks that differ may take it this far.
+    const double jumpMs = options.jumpThresholdMs.value_or(playlist.isDsd() ? 1000 : 20);
+
     // Two timestamps may lie twice the jitter apart, and the filter is off by a part of it: less
     // than three times the jitter is no jump.
     const auto jitter = static_cast<TimeValue>(std::llround(options.jitterMs * 1e6));
-    const auto jump = static_cast<TimeValue>(std::llround(options.jumpThresholdMs * 1e6));
+    const auto jump = static_cast<TimeValue>(std::llround(jumpMs * 1e6));
     const TimeValue jumpThreshold = std::max(jump, 3 * jitter);
     const TimeValue filterMaxError = std::max(10 * nanosecondsPerMillisecond, 3 * jitter);
-    queue.configure(true, options.queueMs, sampleRate,
+    queue.configure(true, options.queueMs, playlist.rate(),
                     static_cast<unsigned int>(layout.numChannels),
                     static_cast<unsigned int>(layout.sample.bytes), "kelda-play", true,
                     jumpThreshold, filterMaxError);
@@ -95,7 +98,7 @@ public:
         if (const std::string obstacle = open(*m_device, m_request); !obstacle.empty()) {
             throw std::runtime_error(obstacle);
         }
-        configureQueue(m_queue, options, m_playlist.rate(), m_queued);
+        configureQueue(m_queue, options, m_playlist, m_queued);
         if (converts()) {
             m_converter.emplace(options.resampler, m_playlist.rate(), m_device->sampleRate(),
                                 m_layout);

@@ -236,7 +236,9 @@ TEST_F(DsdPlayTest, MarkersAlternateOverSkipsAndIdleFramesBetween)
 {
     write("b.dff", dffFile(numberedDsd(4 * numFrames)));
     for (const std::string ppm : {"10000", "-10000"}) {
-        ASSERT_EQ(play("--jump-threshold 1 --source-ppm " + ppm + outputs() + path("b.dff")), 0)
+        ASSERT_EQ(play("--period 1765 --buffer 88250 --jump-threshold 1 --source-ppm " + ppm +
+                       outputs() + path("b.dff")),
+                  0)
             << err;
         const DopStream stream = recordedDop();
         EXPECT_TRUE(stream.alternates()) << ppm;
@@ -245,6 +247,18 @@ TEST_F(DsdPlayTest, MarkersAlternateOverSkipsAndIdleFramesBetween)
         EXPECT_EQ(numbers.size() + skipped(), 4 * numFrames) << ppm;
         EXPECT_EQ(skipped() > 0, ppm == "10000");
         EXPECT_EQ(stream.sound().size() > numbers.size(), ppm == "-10000") << "idle in between";
+    }
+}
+
+// 22 ms by the end, of which PCM would skip or wait for some.
+TEST_F(DsdPlayTest, ClocksThatDifferCostNoBits)
+{
+    write("b.dff", dffFile(numberedDsd(9 * numFrames)));
+    for (const std::string ppm : {"10000", "-10000"}) {
+        ASSERT_EQ(
+            play("--period 1765 --buffer 88250 --source-ppm " + ppm + outputs() + path("b.dff")), 0)
+            << err;
+        EXPECT_TRUE(recordedDop().sound() == numberedFrames(1, 9 * numFrames)) << ppm;
     }
 }
 
@@ -304,7 +318,7 @@ TEST_F(DsdDeviceTest, AlsaGetsEveryBit)
 
 TEST_F(DsdDeviceTest, ItIsWarnedOfPluginsThatNobodyKnows)
 {
-    ASSERT_EQ(play("--device faulty --duration 0.01 " + path("a.dsf")), 0);
+    ASSERT_EQ(play("--device faulty --duration 0.01" + patientDsd + path("a.dsf")), 0);
     EXPECT_THAT(err, HasSubstr("a.dsf: DSD64 as DoP only where nothing behind device faulty "
                                "(ALSA's plugin IOPLUG) changes a bit\n"));
     EXPECT_EQ(numLines(err), 1U) << err;
