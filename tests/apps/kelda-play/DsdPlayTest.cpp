@@ -359,9 +359,10 @@ TEST_F(DsdDeviceTest, ADeviceThatCannotCarryItIsRefused)
     const std::string needs = "DSD64 as DoP needs 176400 Hz, 24 bits and 2 channels, which device "
                               "faulty does not take (it takes ";
     card->severalRates = true;
-    expectRefusal("--device faulty", needs + "44100 48000 96000 Hz; S16LE S16BE S24LE S24BE "
-                                             "S24_32LE S24_32BE S32LE S32BE F32LE F32BE; 1 to 8 "
-                                             "channels)");
+    expectRefusal("--device faulty", needs +
+                                         "44100 48000 96000 1411200 Hz; S16LE S16BE S24LE S24BE "
+                                         "S24_32LE S24_32BE S32LE S32BE F32LE F32BE; 1 to 8 "
+                                         "channels)");
     card->severalRates = false;
     card->onlyFormat = SND_PCM_FORMAT_S16_LE + 1;
     expectRefusal("--device faulty", needs + "8000 to 192000 Hz; S16LE; 1 to 8 channels)");
