@@ -223,9 +223,10 @@ TEST_F(DsdPlayTest, ALoopRunsOnToo)
 
 TEST_F(DsdPlayTest, ALossIsIdleForItsLengthAndNothingFades)
 {
-    ASSERT_EQ(play("--gap 0.12:100 " + patientDsd + outputs() + path("a.dsf")), 0) << err;
-    std::vector<std::uint32_t> expected = numberedFrames(1, numFrames);
-    std::fill_n(expected.begin() + 21'168, 17'640, idle);
+    write("b.dff", dffFile(numberedDsd(3 * numFrames)));
+    ASSERT_EQ(play("--gap 0.3:100 " + patientDsd + outputs() + path("b.dff")), 0) << err;
+    std::vector<std::uint32_t> expected = numberedFrames(1, 3 * numFrames);
+    std::fill_n(expected.begin() + 52'920, 17'640, idle);
     EXPECT_TRUE(recordedDop().alternates());
     EXPECT_TRUE(recordedDop().sound() == expected);
 }
