@@ -251,15 +251,15 @@ TEST_F(DsdPlayTest, MarkersAlternateOverSkipsAndIdleFramesBetween)
     }
 }
 
-// 22 ms by the end, of which PCM would skip or wait for some.
+// 30 ms by the end, of which PCM would skip or wait for some.
 TEST_F(DsdPlayTest, ClocksThatDifferCostNoBits)
 {
-    write("b.dff", dffFile(numberedDsd(9 * numFrames)));
+    write("b.dff", dffFile(numberedDsd(12 * numFrames)));
     for (const std::string ppm : {"10000", "-10000"}) {
         ASSERT_EQ(
             play("--period 1765 --buffer 88250 --source-ppm " + ppm + outputs() + path("b.dff")), 0)
             << err;
-        EXPECT_TRUE(recordedDop().sound() == numberedFrames(1, 9 * numFrames)) << ppm;
+        EXPECT_TRUE(recordedDop().sound() == numberedFrames(1, 12 * numFrames)) << ppm;
     }
 }
 
