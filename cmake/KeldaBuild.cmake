@@ -78,9 +78,13 @@ function(kelda_library name)
   if(arg_VERSION)
     set(version ${arg_VERSION})
     set(soversion ${arg_VERSION})
+    # Other projects have libraries of these names without a version; CMake's packages, and linkers by
+    # -l:libOUTPUT.so.VERSION, do without.
+    set(link NAMELINK_SKIP)
   else()
     set(version ${PROJECT_VERSION})
     set(soversion ${PROJECT_VERSION_MAJOR})
+    set(link NAMELINK_COMPONENT development)
   endif()
   set(target kelda_${name})
   set(map ${CMAKE_CURRENT_SOURCE_DIR}/${arg_FOLDER}/${arg_MAP})
@@ -96,5 +100,7 @@ function(kelda_library name)
     target_link_options(${target} PRIVATE LINKER:--no-undefined)
   endif()
   set_target_properties(${target} PROPERTIES
-    OUTPUT_NAME ${arg_OUTPUT} VERSION ${version} SOVERSION ${soversion} LINK_DEPENDS ${map})
+    OUTPUT_NAME ${arg_OUTPUT} VERSION ${version} SOVERSION ${soversion} LINK_DEPENDS ${map}
+    EXPORT_NAME ${name})
+  kelda_install_library(${target} ${link})
 endfunction()

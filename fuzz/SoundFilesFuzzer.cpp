@@ -1,81 +1,26 @@
 // Whatever may lie in a file that is to be played: it is read, or refused with a reason.
 
 #include <algorithm>
+#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <vector>
 
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include "AudioFile.h"
-#include "Fuzzing.h"
+#include "FuzzedFiles.h"
 #include "Playlist.h"
 
 namespace {
 
+using fuzzing::Bytes;
 using fuzzing::check;
+using fuzzing::checkRefusal;
+using fuzzing::MemoryFile;
+using fuzzing::mostFrames;
+using fuzzing::readAll;
 using keldaPlay::AudioFile;
 using keldaPlay::FrameLayout;
 using keldaPlay::Playlist;
-
-// Beyond this a file is not followed: a header of a few bytes may promise hours of silence.
-constexpr std::size_t mostFrames = 4000;
-
-/// A file in memory, with a path to open it by.
-class MemoryFile
-{
-public:
-    explicit MemoryFile(const std::string& content) : m_descriptor(memfd_create("sound", 0))
-    {
-        check(m_descriptor >= 0);
-        check(::write(m_descriptor, content.data(), content.size()) ==
-              static_cast<ssize_t>(content.size()));
-    }
-    ~MemoryFile() { ::close(m_descriptor); }
-    MemoryFile(const MemoryFile&) = delete;
-    MemoryFile& operator=(const MemoryFile&) = delete;
-
-    [[nodiscard]] std::string path() const
-    {
-        return "/proc/self/fd/" + std::to_string(m_descriptor);
-    }
-
-private:
-    int m_descriptor;
-};
-
-using Bytes = std::vector<unsigned char>;
-
-/// A stream's frames, up to mostFrames, read in blocks of any length; none when it is damaged.
-template<typename Source>
-std::optional<Bytes> readAll(Source& source, const std::string& path, const FrameLayout& layout,
-                             testSupport::Choices& choices, std::size_t longestBlock)
-{
-    constexpr unsigned char untouched = 0xA5;
-    Bytes all;
-    Bytes block;
-    while (all.size() < mostFrames * layout.bytes()) {
-        const std::size_t wanted = std::min<std::size_t>(longestBlock - choices.below(longestBlock),
-                                                         mostFrames - all.size() / layout.bytes());
-        block.assign(wanted * layout.bytes(), untouched);
-        std::size_t frames = 0;
-        try {
-            frames = source.read(layout, block);
-        } catch (const std::runtime_error& error) {
-            check(std::string(error.what()).starts_with(path + ": "));
-            return std::nullopt;
-        }
-        check(frames <= wanted);
-        const auto end = block.begin() + static_cast<std::ptrdiff_t>(frames * layout.bytes());
-        check(std::all_of(end, block.end(), [](unsigned char byte) { return byte == untouched; }));
-        all.insert(all.end(), block.begin(), end);
-        if (frames == 0) {
-            break;
-        }
-    }
-    return all;
-}
 
 /// What libsndfile itself makes of the file.
 class Decoder
@@ -128,8 +73,7 @@ void readEveryWay(const std::string& path, testSupport::Choices& choices)
     try {
         file.emplace(path);
     } catch (const std::runtime_error& error) {
-        check(std::string(error.what()).starts_with(path + ": ") &&
-              std::string(error.what()).size() > path.size() + 2);
+        checkRefusal(error, path);
         return;
     }
     check(file->rate() > 0 && file->numChannels() > 0);

@@ -8,6 +8,7 @@
 #include <log4cplus/configurator.h>
 #include <log4cplus/initializer.h>
 
+#include "HelpFormatter.h"
 #include "Laboratory.h"
 #include "Report.h"
 #include "Scenario.h"
@@ -17,6 +18,8 @@ int main(int argc, char** argv)
 {
     try {
         CLI::App app("Plays scenarios through the player's path in virtual time.", "kelda-lab");
+        app.formatter(std::make_shared<keldaPlay::HelpFormatter>());
+        app.set_version_flag("--version", "kelda-lab " KELDA_VERSION);
         app.require_subcommand(1);
         CLI::App* const runCommand = app.add_subcommand("run", "Play a scenario");
         std::string path;
@@ -25,9 +28,11 @@ int main(int argc, char** argv)
         std::optional<unsigned int> seed;
         runCommand->add_option("SCENARIO.json", path, "What happens, and what is to be reached")
             ->required();
+        runCommand->option_defaults()->group("Scenario");
         runCommand->add_option("--seconds", seconds, "Play so long instead")
             ->check(CLI::PositiveNumber);
         runCommand->add_option("--seed", seed, "Start of the random numbers instead");
+        runCommand->option_defaults()->group("Output");
         runCommand->add_option("--report", reportFolder, "Write a trace, plots and a page there")
             ->option_text("DIR");
         try {

@@ -66,6 +66,9 @@ BlockRecord BlockRenderer::render()
     capture(m_path.before);
     removeClicks(record);
     capture(m_path.after);
+    if (m_path.dop != nullptr) {
+        m_path.dop->process(m_read);
+    }
     record.adjustmentPpm = m_path.drift != nullptr ? m_path.drift->ppm() : 0;
     record.result = write(m_path.converter != nullptr ? m_path.converter->convert(m_read) : m_read);
     return record;
@@ -215,6 +218,22 @@ void BlockRenderer::playEnd()
     }
     if (m_path.converter != nullptr) {
         static_cast<void>(write(m_path.converter->convert({}, true)));
+    }
+    if (m_path.dop != nullptr) {
+        playIdle();
+    }
+}
+
+// What a device plays beyond the end of a stream is what it held a buffer ago.
+void BlockRenderer::playIdle()
+{
+    const std::uint64_t longest = m_device.sampleRate() / 5;
+    const std::uint64_t wanted = std::min(m_device.bufferSize(), longest);
+    for (std::uint64_t written = 0; written < wanted; written += m_numFrames) {
+        m_read = nextBlock();
+        std::ranges::fill(m_read, 0);
+        m_path.dop->process(m_read);
+        static_cast<void>(write(m_read));
     }
 }
 

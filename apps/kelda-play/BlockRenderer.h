@@ -6,6 +6,7 @@
 
 #include "ClickFilter.h"
 #include "DeviceDelay.h"
+#include "DopFilter.h"
 #include "DriftLoop.h"
 #include "Journal.h"
 #include "RateConverter.h"
@@ -20,6 +21,7 @@ namespace keldaPlay {
 struct RenderPath
 {
     ClickFilter* clicks = nullptr;      ///< takes them out of what is read
+    DopFilter* dop = nullptr;           ///< for a stream of DSD, which nothing else may change
     RateConverter* converter = nullptr; ///< where they differ in format, or a drift is resampled
     DriftLoop* drift = nullptr;         ///< that is fed the timing errors
     std::function<void(double ppm)> setDeviceRate; ///< of a device that has a PLL
@@ -63,6 +65,7 @@ private:
     void removeClicks(const BlockRecord& record);
     [[nodiscard]] double bias(const BlockRecord& record) const;
     [[nodiscard]] bool isLost(miscUtils::TimeValue now);
+    void playIdle();
     void correctDrift(BlockRecord& record, miscUtils::TimeValue now);
     [[nodiscard]] audioUtils::OutputDevice::WriteReturnValue write(std::span<unsigned char> frames);
     void complete(BlockRecord& record, std::size_t numFrames, std::size_t framesRead);

@@ -47,17 +47,21 @@ void JsonPresenter::streamStarts(const StreamStart& start)
 {
     const audioUtils::OutputDevice& device = start.device;
     m_hasStarted = true;
-    print({{"event", "start"},
-           {"device", start.request.name},
-           {"rate", device.sampleRate()},
-           {"channels", device.numChannels()},
-           {"format", audioUtils::toString(start.request.format)},
-           {"period", device.periodSize()},
-           {"buffer", device.bufferSize()},
-           {"startThreshold", device.startThreshold()},
-           {"sourceRate", start.source.getSampleRate()},
-           {"sourceChannels", start.source.getNumChannels()},
-           {"sourceFormat", audioUtils::toString(start.source.getPcmFormat())}});
+    Json event = {{"event", "start"},
+                  {"device", start.request.name},
+                  {"rate", device.sampleRate()},
+                  {"channels", device.numChannels()},
+                  {"format", audioUtils::toString(start.request.format)},
+                  {"period", device.periodSize()},
+                  {"buffer", device.bufferSize()},
+                  {"startThreshold", device.startThreshold()},
+                  {"sourceRate", start.source.getSampleRate()},
+                  {"sourceChannels", start.source.getNumChannels()},
+                  {"sourceFormat", audioUtils::toString(start.source.getPcmFormat())}};
+    if (!start.carried.empty()) {
+        event["carried"] = start.carried;
+    }
+    print(event);
 }
 
 void JsonPresenter::trackBegins(const Track& track, double position)

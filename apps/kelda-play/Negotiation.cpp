@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <utility>
 
+#include "DopNegotiation.h"
 #include "Errors.h"
 #include "SampleLayout.h"
 #include "audioUtils/device/AlsaCapabilities.h"
@@ -22,21 +23,21 @@ int quality(PcmFormat format)
     return !layout ? 64 : layout->isFloat ? 33 : layout->bits;
 }
 
-std::string namesOf(const std::vector<PcmFormat>& formats)
-{
-    std::string names;
-    for (const PcmFormat format : formats) {
-        names += std::string(" ") + toString(format);
-    }
-    return names;
-}
-
 void print(const miscUtils::Variant& description)
 {
     std::printf("%s\n", miscUtils::toJson(description, 2).c_str());
 }
 
 } // namespace
+
+std::string namesOf(const std::vector<PcmFormat>& formats)
+{
+    std::string names;
+    for (const PcmFormat format : formats) {
+        names += std::string(names.empty() ? "" : " ") + toString(format);
+    }
+    return names;
+}
 
 PcmAudioInfo describe(const Source& source)
 {
@@ -109,12 +110,21 @@ PcmAudioInfo negotiate(const Options& options, const PcmAudioInfo& stream,
     const auto format = nearestFormat(info.getPcmFormat(), device.getPcmFormats());
     if (!format || (options.format && *format != *options.format)) {
         throw DeviceError("device " + options.device + " does not take " +
-                          toString(info.getPcmFormat()) + ", but" +
+                          toString(info.getPcmFormat()) + ", but " +
                           namesOf(device.getPcmFormats()));
     }
     info.setPcmFormat(*format);
     static_cast<void>(pickNearestAudioInfo(info, device)); // the format is one of the device's
     return checked(info, stream);
+}
+
+PcmAudioInfo negotiate(const Options& options, const Playlist& playlist)
+{
+    if (playlist.isDsd()) {
+        return negotiateDop(options, *openSource(playlist.tracks().front().path));
+    }
+    return negotiate(options, describe(playlist.tracks()),
+                     capabilitiesOf(options.device, options.rateResample));
 }
 
 std::string changes(const PcmAudioInfo& stream, const PcmAudioInfo& device)
@@ -139,7 +149,9 @@ std::string changes(const PcmAudioInfo& stream, const PcmAudioInfo& device)
 void printDescriptions(const Options& options)
 {
     if (!options.describeFile.empty()) {
-        print(describe(*openSource(options.describeFile)).toVariant());
+        const std::unique_ptr<Source> source = openSource(options.describeFile);
+        const auto dsd = source->dsd();
+        print(dsd ? dsd->toVariant() : describe(*source).toVariant());
     }
     if (!options.describeDevice.empty()) {
         print(capabilitiesOf(options.describeDevice, options.rateResample).toVariant());

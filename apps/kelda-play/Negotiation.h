@@ -6,11 +6,15 @@
 #include <vector>
 
 #include "Options.h"
+#include "Playlist.h"
 #include "Source.h"
 #include "Track.h"
 #include "audioUtils/PcmDataStructures.h"
 
 namespace keldaPlay {
+
+/// "S16LE S32LE"
+[[nodiscard]] std::string namesOf(const std::vector<audioUtils::PcmFormat>& formats);
 
 /// What a source holds: lossy and floating-point ones as F32LE (or F64LE).
 [[nodiscard]] audioUtils::PcmAudioInfo describe(const Source& source);
@@ -35,6 +39,9 @@ nearestFormat(audioUtils::PcmFormat wanted, const std::vector<audioUtils::PcmFor
 [[nodiscard]] audioUtils::PcmAudioInfo negotiate(const Options& options,
                                                  const audioUtils::PcmAudioInfo& stream,
                                                  const audioUtils::PcmAudioCapabilities& device);
+
+/// The same for what is to be played, on the device that is asked: DSD just so, or not at all.
+[[nodiscard]] audioUtils::PcmAudioInfo negotiate(const Options& options, const Playlist& playlist);
 
 /// "format S32LE instead of S16LE, 2 channels instead of 1": what differs; empty where nothing
 /// does.

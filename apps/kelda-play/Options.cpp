@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include "Errors.h"
+#include "HelpFormatter.h"
 #include "Presenter.h"
 #include "ResamplerOptions.h"
 #include "SampleLayout.h"
@@ -59,6 +60,7 @@ Gap parseGap(const std::string& text)
 
 void addDeviceOptions(CLI::App& app, Options& options)
 {
+    app.option_defaults()->group("Device");
     app.add_option("--device", options.device,
                    "Output device: fake (simulated), or the name of any ALSA device")
         ->capture_default_str();
@@ -86,6 +88,7 @@ void addDeviceOptions(CLI::App& app, Options& options)
 
 void addDescriptions(CLI::App& app, Options& options)
 {
+    app.option_defaults()->group("Descriptions");
     app.add_option("--describe", options.describeFile, "Print what a file holds as JSON, and end")
         ->option_text("FILE");
     app.add_option("--describe-device", options.describeDevice,
@@ -95,13 +98,13 @@ void addDescriptions(CLI::App& app, Options& options)
 
 void addStreamOptions(CLI::App& app, Options& options)
 {
+    app.option_defaults()->group("Stream");
     app.add_option("--queue-ms", options.queueMs, "Capacity of the queue in ms")
         ->check(CLI::Range(1U, 60'000U))
         ->capture_default_str();
     app.add_option("--jump-threshold", options.jumpThresholdMs,
-                   "Leave alone what is off by less than so many ms")
-        ->check(CLI::Range(0.0, 10'000.0))
-        ->capture_default_str();
+                   "Leave alone what is off by less than so many ms\n[20, and 1000 of DSD]")
+        ->check(CLI::Range(0.0, 10'000.0));
     app.add_option("--packet-ms", options.packetMs, "Length of the producer's packets in ms")
         ->check(CLI::Range(1U, 1000U))
         ->capture_default_str();
@@ -112,6 +115,7 @@ void addStreamOptions(CLI::App& app, Options& options)
 
 void addDriftCorrection(CLI::App& app, Options& options)
 {
+    app.option_defaults()->group("Drift correction");
     DriftOptions& drift = options.drift;
     static const std::map<std::string, Correction> corrections = {
         {"none", Correction::None},
@@ -148,6 +152,7 @@ void addDriftCorrection(CLI::App& app, Options& options)
 
 void addClickRemoval(CLI::App& app, ClickOptions& clicks)
 {
+    app.option_defaults()->group("Clicks");
     app.add_flag("!--no-click-removal", clicks.enabled,
                  "Leave starts, stops and gaps as hard as they are");
     app.add_option("--gap-ms", clicks.gapMs, "Ms of silence that are played over without a fade")
@@ -164,6 +169,7 @@ void addClickRemoval(CLI::App& app, ClickOptions& clicks)
 
 void addDisturbances(CLI::App& app, Options& options)
 {
+    app.option_defaults()->group("Disturbances");
     app.add_option("--source-ppm", options.sourcePpm,
                    "Let the source's clock run so many ppm too fast")
         ->check(CLI::Range(-10'000.0, 10'000.0))
@@ -187,6 +193,7 @@ void addDisturbances(CLI::App& app, Options& options)
 
 void addOutputs(CLI::App& app, Options& options)
 {
+    app.option_defaults()->group("Output");
     app.add_option("--record", options.recordPath, "Write what reaches the device to a WAV file")
         ->option_text("OUT.wav");
     app.add_option("--trace", options.tracePath, "Write a row a block to a CSV file")
@@ -204,6 +211,7 @@ void addInput(CLI::App& app, Options& options)
     app.add_option("FILE", options.files,
                    "Played one after the other, without a gap: files, folders of them, or - for\n"
                    "standard input");
+    app.option_defaults()->group("Input");
     app.add_option_function<std::string>(
            "--raw",
            [&options](const std::string& text) {
@@ -219,6 +227,7 @@ void addInput(CLI::App& app, Options& options)
 
 void addPresentation(CLI::App& app, Options& options)
 {
+    app.option_defaults()->group("Output");
     app.add_flag(jsonFlag, options.json,
                  "Tell what happens as JSON, an object a line, on standard output");
     static const std::map<std::string, ColorChoice> choices = {{"auto", ColorChoice::Auto},
@@ -264,11 +273,11 @@ void checkInput(const Options& options)
 
 std::optional<int> parseOptions(int argc, char** argv, Options& options)
 {
-    CLI::App app("Plays WAV, FLAC and Ogg files in time, through a timestamped queue.",
+    CLI::App app("Plays WAV, FLAC, Ogg, DSF and DFF files in time, through a timestamped queue.",
                  "kelda-play");
+    app.formatter(std::make_shared<HelpFormatter>());
     app.set_version_flag("--version", "kelda-play " KELDA_VERSION);
     addInput(app, options);
-    addDescriptions(app, options);
     addDeviceOptions(app, options);
     addResampler(app, options.resampler,
                  "What converts the sample rate: float, short (16 bits, fixed point), gstreamer");
@@ -278,6 +287,7 @@ std::optional<int> parseOptions(int argc, char** argv, Options& options)
     addDisturbances(app, options);
     addOutputs(app, options);
     addPresentation(app, options);
+    addDescriptions(app, options);
     app.footer(exitStatusText);
     try {
         app.parse(argc, argv);

@@ -46,7 +46,7 @@ struct Options
     }
 
     unsigned int queueMs = 500;
-    double jumpThresholdMs = 20;
+    std::optional<double> jumpThresholdMs;
     unsigned int packetMs = 10;
     std::optional<double> durationSeconds;
     bool loop = false;

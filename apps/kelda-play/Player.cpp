@@ -16,6 +16,7 @@
 #include "Color.h"
 #include "DevicePll.h"
 #include "DeviceRequest.h"
+#include "DopNegotiation.h"
 #include "EndSignals.h"
 #include "Errors.h"
 #include "Journal.h"
@@ -44,16 +45,19 @@ namespace {
 
 constexpr TimeValue nanosecondsPerMillisecond = 1'000'000;
 
-void configureQueue(audioUtils::PcmQueue& queue, const Options& options, unsigned int sampleRate,
+void configureQueue(audioUtils::PcmQueue& queue, const Options& options, const Playlist& playlist,
                     const FrameLayout& layout)
 {
+    // A file of DSD is to be heard whole: clocks that differ may take it this far.
+    const double jumpMs = options.jumpThresholdMs.value_or(playlist.isDsd() ? 1000 : 20);
+
     // Two timestamps may lie twice the jitter apart, and the filter is off by a part of it: less
     // than three times the jitter is no jump.
     const auto jitter = static_cast<TimeValue>(std::llround(options.jitterMs * 1e6));
-    const auto jump = static_cast<TimeValue>(std::llround(options.jumpThresholdMs * 1e6));
+    const auto jump = static_cast<TimeValue>(std::llround(jumpMs * 1e6));
     const TimeValue jumpThreshold = std::max(jump, 3 * jitter);
     const TimeValue filterMaxError = std::max(10 * nanosecondsPerMillisecond, 3 * jitter);
-    queue.configure(true, options.queueMs, sampleRate,
+    queue.configure(true, options.queueMs, playlist.rate(),
                     static_cast<unsigned int>(layout.numChannels),
                     static_cast<unsigned int>(layout.sample.bytes), "kelda-play", true,
                     jumpThreshold, filterMaxError);
@@ -79,8 +83,7 @@ public:
           m_options(playing.options),
           m_playlist(tracks, loop),
           m_stream(describe(tracks)),
-          m_info(negotiate(m_options, m_stream,
-                           capabilitiesOf(m_options.device, m_options.rateResample))),
+          m_info(negotiate(m_options, m_playlist)),
           m_layout{*layoutOf(m_info.getPcmFormat()),
                    static_cast<std::size_t>(m_info.getNumChannels())},
           m_queued{converts() ? *layoutOf(RateConverter::inputFormat(m_options.resampler))
@@ -90,15 +93,19 @@ public:
           m_device(createDevice(m_options.device))
     {
         const Options& options = m_options;
+        if (m_playlist.isDsd()) {
+            m_request.rateResample = false;
+            m_dop.emplace(m_layout);
+        }
         if (const std::string obstacle = open(*m_device, m_request); !obstacle.empty()) {
             throw DeviceError(obstacle);
         }
-        configureQueue(m_queue, options, m_playlist.rate(), m_queued);
+        configureQueue(m_queue, options, m_playlist, m_queued);
         if (converts()) {
             m_converter.emplace(options.resampler, m_playlist.rate(), m_device->sampleRate(),
                                 m_layout);
         }
-        if (options.clicks.enabled) {
+        if (options.clicks.enabled && !m_dop) {
             m_clicks.emplace(options.clicks, m_queued, m_playlist.rate());
         }
         if (seconds) {
@@ -107,6 +114,8 @@ public:
         }
         if (!options.reportFolder.empty()) {
             m_sync.emplace();
+        }
+        if (m_sync && !m_dop) {
             m_before.emplace(m_queued, m_playlist.rate());
             m_after.emplace(m_queued, m_playlist.rate());
         }
@@ -125,7 +134,7 @@ public:
     void run()
     {
         m_playing.statistics.beginStream(m_playlist.rate());
-        m_playing.presenter.streamStarts({m_stream, m_request, *m_device});
+        m_playing.presenter.streamStarts({m_stream, m_request, *m_device, carried()});
         Producer producer(m_playlist, m_queued, m_queue, m_schedule, m_options);
         Renderer renderer(
             m_queue, *m_device, m_queued, m_playlist.rate(), path(),
@@ -158,7 +167,8 @@ public:
         }
         if (!m_options.reportFolder.empty()) {
             m_sync->write(m_options.reportFolder, m_options.device + ": " + m_options.files.front(),
-                          m_before->audio(), m_after->audio());
+                          m_before ? &m_before->audio() : nullptr,
+                          m_after ? &m_after->audio() : nullptr);
         }
         checkResult();
     }
@@ -178,6 +188,7 @@ private:
         path.before = m_before ? &*m_before : nullptr;
         path.after = m_after ? &*m_after : nullptr;
         path.clicks = m_clicks ? &*m_clicks : nullptr;
+        path.dop = m_dop ? &*m_dop : nullptr;
         path.converter = m_converter ? &*m_converter : nullptr;
         path.recorder = m_recorder ? &*m_recorder : nullptr;
         if (m_options.drift.correction == Correction::Device) {
@@ -185,6 +196,11 @@ private:
         }
         path.drift = m_options.drift.correction != Correction::None ? &m_drift : nullptr;
         return path;
+    }
+
+    [[nodiscard]] std::string carried() const
+    {
+        return m_dop ? nameOfDop(*openSource(m_playlist.tracks().front().path)) : "";
     }
 
     /// From the queue until it is heard when the device is full, ns.
@@ -285,6 +301,7 @@ private:
     bool m_isGone = false;
     audioUtils::PcmQueue m_queue;
     std::optional<ClickFilter> m_clicks;
+    std::optional<DopFilter> m_dop;       // for a stream of DSD
     std::optional<SoundCapture> m_before; // for the report
     std::optional<SoundCapture> m_after;
     std::optional<RateConverter> m_converter;

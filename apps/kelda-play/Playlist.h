@@ -24,6 +24,7 @@ public:
     {
         return static_cast<unsigned int>(m_tracks.front().info.getSampleRate());
     }
+    [[nodiscard]] bool isDsd() const { return m_tracks.front().isDsd; }
     [[nodiscard]] std::span<const Track> tracks() const { return m_tracks; }
 
     /// Ends the stream after so many frames.

@@ -17,6 +17,7 @@ struct StreamStart
     audioUtils::PcmAudioInfo source;        ///< as the files have it
     const DeviceRequest& request;           ///< as the device is to have it
     const audioUtils::OutputDevice& device; ///< as it has it
+    std::string carried;                    ///< what the samples stand for, if not for themselves
 };
 
 /// How playing goes.

@@ -17,6 +17,7 @@ void addResampler(CLI::App& app, ResamplerChoice& choice, const std::string& wha
         {"medium", Resampler::Medium},
         {"high", Resampler::High},
         {"best", Resampler::Best}};
+    app.option_defaults()->group("Conversion");
     app.add_option("--resampler", choice.kind, what)
         ->transform(CLI::CheckedTransformer(kinds))
         ->option_text("float|short|gstreamer [float]");

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "SampleLayout.h"
+#include "audioUtils/DsdDataStructures.h"
 
 namespace keldaPlay {
 
@@ -23,6 +24,13 @@ public:
     [[nodiscard]] virtual unsigned int numChannels() const = 0;
     /// The format that its samples have, or come nearest to.
     [[nodiscard]] virtual audioUtils::PcmFormat format() const = 0;
+    /// The one-bit samples that its frames carry as DSD over PCM (see Dop.h), of which nothing may
+    /// change a bit; none where it is PCM.
+    [[nodiscard]] virtual std::optional<audioUtils::DsdAudioInfo> dsd() const
+    {
+        return std::nullopt;
+    }
+    [[nodiscard]] bool isDsd() const { return dsd().has_value(); }
 
     /// Of the whole source, where that is known.
     [[nodiscard]] virtual std::optional<std::uint64_t> numFrames() const { return std::nullopt; }

@@ -24,12 +24,12 @@ void SyncRecord::add(const BlockRecord& record)
 }
 
 void SyncRecord::write(const std::string& folder, const std::string& title,
-                       const keldaReport::Audio& before, const keldaReport::Audio& after) const
+                       const keldaReport::Audio* before, const keldaReport::Audio* after) const
 {
     std::vector<keldaReport::Line> table = keldaReport::linesOf(m_sync);
     table.push_back({"underruns", "", static_cast<double>(m_underruns)});
     keldaReport::write(folder,
-                       {title, table, m_series.spans(), m_sync.eventTimes(), &before, &after});
+                       {title, table, m_series.spans(), m_sync.eventTimes(), before, after});
 }
 
 } // namespace keldaPlay

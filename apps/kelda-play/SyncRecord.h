@@ -16,9 +16,9 @@ public:
     void add(const BlockRecord& record);
 
     /// Throws std::runtime_error when it can't be written.
-    /// @param before, after the sound without and with the removal of its clicks
+    /// @param before, after the sound without and with the removal of its clicks; null: not known
     void write(const std::string& folder, const std::string& title,
-               const keldaReport::Audio& before, const keldaReport::Audio& after) const;
+               const keldaReport::Audio* before, const keldaReport::Audio* after) const;
 
 private:
     keldaReport::SyncStatistics m_sync;

@@ -25,7 +25,9 @@ void TextPresenter::streamStarts(const StreamStart& start)
                 device.periodSize(), device.bufferSize(), device.startThreshold());
     const audioUtils::PcmAudioInfo obtained(static_cast<int>(request.sampleRate),
                                             static_cast<int>(request.numChannels), request.format);
-    if (const std::string text = changes(start.source, obtained); !text.empty()) {
+    if (!start.carried.empty()) {
+        std::printf("carried       %s\n", start.carried.c_str());
+    } else if (const std::string text = changes(start.source, obtained); !text.empty()) {
         std::printf("changed       %s\n", text.c_str());
     }
     if (const std::string text = differences(request, device); !text.empty()) {

@@ -21,6 +21,7 @@ Track trackOf(const std::string& path, const Source& source)
     track.path = path;
     track.info = describe(source);
     track.numFrames = source.numFrames();
+    track.isDsd = source.isDsd();
     return track;
 }
 
@@ -100,8 +101,9 @@ std::unique_ptr<Source> openTrack(const Track& track, const StopEvent& stop)
 
 std::size_t lengthOfRun(std::span<const Track> tracks)
 {
-    const auto differs = [&first = tracks.front().info](const Track& track) {
-        return track.info.getSampleRate() != first.getSampleRate() ||
+    const auto differs = [&first = tracks.front().info,
+                          isDsd = tracks.front().isDsd](const Track& track) {
+        return track.isDsd != isDsd || track.info.getSampleRate() != first.getSampleRate() ||
                track.info.getNumChannels() != first.getNumChannels();
     };
     return static_cast<std::size_t>(std::ranges::find_if(tracks, differs) - tracks.begin());

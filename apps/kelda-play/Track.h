@@ -24,6 +24,7 @@ struct Track
     std::size_t index = 0; ///< in the list, from 0 on
     audioUtils::PcmAudioInfo info;
     std::optional<std::uint64_t> numFrames; ///< where it is known
+    bool isDsd = false;                     ///< as DSD over PCM
     std::optional<RawFormat> raw;           ///< of what comes without a header
 
     [[nodiscard]] std::optional<double> seconds() const;

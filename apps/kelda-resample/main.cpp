@@ -4,6 +4,7 @@
 #include <CLI/CLI.hpp>
 
 #include "Conversion.h"
+#include "HelpFormatter.h"
 #include "ResamplerOptions.h"
 
 namespace {
@@ -26,13 +27,16 @@ int main(int argc, char** argv)
     try {
         keldaResample::ConversionOptions options;
         CLI::App app("Converts a sound file to another sample rate.", "kelda-resample");
+        app.formatter(std::make_shared<keldaPlay::HelpFormatter>());
         app.set_version_flag("--version", "kelda-resample " KELDA_VERSION);
         app.add_option("IN", options.input, "Sound file to read")->required();
         app.add_option("OUT", options.output, "Sound file to write, in the same format")
             ->required();
+        app.option_defaults()->group("Conversion");
         app.add_option("--rate", options.rate, "Sample rate of OUT in Hz")
             ->required()
-            ->check(CLI::Range(1U, 6'144'000U));
+            ->check(CLI::Range(1U, 6'144'000U))
+            ->type_name("HZ");
         keldaPlay::addResampler(app, options.resampler, "What converts: float, or gstreamer");
         app.add_option("--ratio-sweep", options.sweepPpm,
                        "Let the speed swing by +-PPM, once in 10 s")

@@ -162,7 +162,7 @@ TEST_F(ListTest, RefusesOneRecordOfSeveralStreams)
 {
     createTone("a.wav", 1, 48);
     for (const std::string& option : {"--record " + path("r.wav"), "--trace " + path("t.csv"),
-                                     "--report " + path("report"), std::string("--gap 1:1")}) {
+                                      "--report " + path("report"), std::string("--gap 1:1")}) {
         EXPECT_EQ(play(option + " " + path("a.wav") + " " + recording), 2) << option;
         EXPECT_EQ(err, "kelda-play: " + option.substr(0, option.find(' ')) +
                            " takes one stream, but " + recording +

@@ -62,7 +62,7 @@ struct Control
 {
     // The card. Constraints count from the next opening; 0: any.
     std::atomic<std::uint32_t> onlyRate;   // Hz
-    std::atomic<bool> severalRates;        // 44.1, 48 and 96 kHz
+    std::atomic<bool> severalRates;        // 44.1, 48, 96 and 1411.2 kHz
     std::atomic<std::uint32_t> onlyPeriod; // frames
     std::atomic<std::uint32_t> onlyBuffer; // frames
     std::atomic<std::uint32_t> onlyFormat; // ALSA's code + 1

@@ -150,7 +150,7 @@ private:
         }
         limit(SND_PCM_IOPLUG_HW_CHANNELS, 1, 8);
         limit(SND_PCM_IOPLUG_HW_PERIODS, 2, 1024);
-        static constexpr unsigned int rates[] = {44100, 48000, 96000};
+        static constexpr unsigned int rates[] = {44100, 48000, 96000, 1411200};
         const unsigned int rate = m_control->onlyRate;
         limit(SND_PCM_IOPLUG_HW_RATE, rate == 0 ? 8000 : rate, rate == 0 ? 192000 : rate);
         if (m_control->severalRates) {

@@ -21,8 +21,10 @@ struct ClosePcm
 };
 using PcmHandle = std::unique_ptr<snd_pcm_t, ClosePcm>;
 
-constexpr int usualRates[] = {8000,  11025, 16000,  22050,  32000,  44100,  48000,  64000,
-                              88200, 96000, 176400, 192000, 352800, 384000, 705600, 768000};
+// Up to those of 512-fold DSD over PCM.
+constexpr int usualRates[] = {8000,   11025,  16000,  22050,  32000,   44100,
+                              48000,  64000,  88200,  96000,  176400,  192000,
+                              352800, 384000, 705600, 768000, 1411200, 1536000};
 // No card has them: whoever takes these takes every rate in between.
 constexpr int oddRates[] = {8001, 11027, 33333, 44099, 47997, 48003, 95999, 191999};
 constexpr int mostChannels = 32;

@@ -1,0 +1,20 @@
+#!/bin/sh
+# install.sh BUILD SOURCE ROOT PREFIX: installs a build anew for PREFIX, in ROOT, which stands before it
+# (DESTDIR). What is installed must need neither the build nor the source folder, nor PREFIX: it is
+# used from where it lies.
+set -eu
+build=$1 source=$2 root=$3 prefix=$4
+rm -rf "$root"
+DESTDIR=$root cmake --install "$build" --prefix "$prefix" >/dev/null
+# The libraries' and programs' own text may name source files: in debug information and assertions.
+bound=$(
+    grep -rIlF -e "$build" -e "$source" -e "$root" -e "$prefix" "$root" || true
+    find "$root" -type f \( -name '*.so*' -o -path '*/bin/*' \) | while read -r file; do
+        readelf -d "$file" | grep -E '(RPATH|RUNPATH).*\[(.*:)?/' || true
+    done
+)
+[ -z "$bound" ] || { printf 'Bound to one place:\n%s\n' "$bound"; exit 1; }
+# Programs find the libraries that were installed with them.
+for program in "$root$prefix"/bin/*; do
+    "$program" --version >/dev/null
+done
