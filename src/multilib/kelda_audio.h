@@ -1,7 +1,9 @@
 #pragma once
 
+// C has no others. NOLINTBEGIN(modernize-deprecated-headers)
 #include <stddef.h>
 #include <stdint.h>
+// NOLINTEND(modernize-deprecated-headers)
 
 #include "miscUtils/Export.h"
 

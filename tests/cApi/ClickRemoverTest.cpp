@@ -13,11 +13,6 @@ namespace {
 
 constexpr kelda_click_remover_config usual = {KELDA_INT16, 48000, 2, 10, 5, 4, 0};
 
-template<typename T>
-constexpr kelda_sample_type typeOf = std::is_same_v<T, short> ? KELDA_INT16
-                                     : std::is_same_v<T, int> ? KELDA_INT32
-                                                              : KELDA_FLOAT32;
-
 ClickRemover make(const kelda_click_remover_config& config = usual)
 {
     return made<ClickRemover>([&](kelda_click_remover** remover) {

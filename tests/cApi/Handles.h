@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <type_traits>
 
 #include <gtest/gtest.h>
 
@@ -42,6 +43,11 @@ kelda_status refusal(Create create)
     EXPECT_EQ(handle, nullptr);
     return status;
 }
+
+template<typename T>
+constexpr kelda_sample_type typeOf = std::is_same_v<T, short> ? KELDA_INT16
+                                     : std::is_same_v<T, int> ? KELDA_INT32
+                                                              : KELDA_FLOAT32;
 
 inline Device makeDevice(kelda_device_kind kind)
 {

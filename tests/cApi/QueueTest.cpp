@@ -1,8 +1,5 @@
 #include "audioUtils/PcmQueue.h"
 
-#include <atomic>
-#include <chrono>
-#include <cstdlib>
 #include <future>
 #include <numeric>
 #include <random>
@@ -12,11 +9,14 @@
 
 #include "Handles.h"
 #include "support/AllocationCounter.h"
+#include "support/BlockedCall.h"
 #include "support/LogCapture.h"
 
 using testing::Each;
 using testSupport::AllocationCounter;
+using testSupport::isBlocked;
 using testSupport::LogCapture;
+using testSupport::resultOf;
 
 namespace {
 
@@ -27,23 +27,6 @@ constexpr std::size_t block = 480; // frames: 10 ms
 constexpr kelda_queue_config usual = {1, 200, 48000, 2, 2, "q", 1, 20 * ms, 10 * ms};
 
 using Samples = std::vector<std::int16_t>;
-
-/// The result of a call on another thread; one that hangs ends the program instead of holding up
-/// the tests.
-kelda_status resultOf(std::future<kelda_status>& future)
-{
-    if (future.wait_for(std::chrono::seconds(60)) != std::future_status::ready) {
-        ADD_FAILURE() << "the call was not released";
-        std::fflush(stdout);
-        std::_Exit(1);
-    }
-    return future.get();
-}
-
-bool isBlocked(const std::future<kelda_status>& future)
-{
-    return future.wait_for(std::chrono::milliseconds(30)) == std::future_status::timeout;
-}
 
 class KeldaQueue : public testing::Test
 {
@@ -65,6 +48,15 @@ protected:
         for (std::uint64_t i = 0; i < 20; ++i) {
             ASSERT_EQ(write(start + i * 10 * ms), KELDA_OK);
         }
+    }
+
+    void readBlock()
+    {
+        Samples out(block * 2);
+        std::size_t frames = 0;
+        EXPECT_EQ(kelda_queue_read(queue.get(), start, out.data(), block, &frames, nullptr),
+                  KELDA_OK);
+        EXPECT_EQ(frames, block);
     }
 
     std::future<kelda_status> blockedWrite()
@@ -223,9 +215,7 @@ TEST_F(KeldaQueue, ItsEndReleasesAWriter)
 TEST_F(KeldaQueue, AReaderMakesRoomForAWriter)
 {
     auto written = blockedWrite();
-    Samples out(block * 2);
-    std::size_t frames = 0;
-    EXPECT_EQ(kelda_queue_read(queue.get(), start, out.data(), block, &frames, nullptr), KELDA_OK);
+    readBlock();
     EXPECT_EQ(resultOf(written), KELDA_OK);
 }
 
@@ -237,9 +227,7 @@ TEST_F(KeldaQueue, DrainWaitsUntilAllIsRead)
     auto drained =
         std::async(std::launch::async, [this] { return kelda_queue_drain(queue.get()); });
     EXPECT_TRUE(isBlocked(drained));
-    Samples out(block * 2);
-    std::size_t frames = 0;
-    EXPECT_EQ(kelda_queue_read(queue.get(), start, out.data(), block, &frames, nullptr), KELDA_OK);
+    readBlock();
     EXPECT_EQ(resultOf(drained), KELDA_OK);
 }
 

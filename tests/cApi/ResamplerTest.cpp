@@ -21,11 +21,6 @@ constexpr kelda_resampler_config usual = {KELDA_RESAMPLER_FLOAT, KELDA_FLOAT32, 
 constexpr kelda_resampler_config gstreamer = {
     KELDA_RESAMPLER_GSTREAMER, KELDA_FLOAT32, 2, 5, 44100, 48000};
 
-template<typename T>
-constexpr kelda_sample_type typeOf = std::is_same_v<T, short> ? KELDA_INT16
-                                     : std::is_same_v<T, int> ? KELDA_INT32
-                                                              : KELDA_FLOAT32;
-
 Resampler make(const kelda_resampler_config& config)
 {
     return made<Resampler>(

@@ -1,5 +1,4 @@
 #include <atomic>
-#include <cstring>
 #include <memory>
 
 #include "audioUtils/PcmQueue.h"
@@ -47,6 +46,24 @@ void configure(kelda_queue& handle, const kelda_queue_config& config)
     handle.bytesPerFrame = config.channels * config.bytes_per_sample;
 }
 
+/// Calls a function with the size in bytes of the frames at `data`, when the queue can take them.
+template<typename Function>
+kelda_status withFrames(kelda_queue* queue, const void* data, std::size_t frames, bool restIsRight,
+                        Function function) noexcept
+{
+    if (queue == nullptr || !cApi::isBuffer(data, frames) || !restIsRight) {
+        return KELDA_INVALID_ARGUMENT;
+    }
+    const std::uint32_t bytesPerFrame = queue->bytesPerFrame;
+    if (bytesPerFrame == 0) {
+        return KELDA_NOT_CONFIGURED;
+    }
+    if (!cApi::fitsInt(frames, bytesPerFrame)) {
+        return KELDA_INVALID_ARGUMENT;
+    }
+    return guarded([&] { return function(frames * bytesPerFrame); });
+}
+
 } // namespace
 
 kelda_status kelda_queue_create(kelda_queue** queue) noexcept
@@ -68,19 +85,9 @@ kelda_status kelda_queue_configure(kelda_queue* queue, const kelda_queue_config*
 kelda_status kelda_queue_write(kelda_queue* queue, uint64_t pts, const void* data,
                                size_t frames) noexcept
 {
-    if (queue == nullptr || !cApi::isBuffer(data, frames)) {
-        return KELDA_INVALID_ARGUMENT;
-    }
-    const std::uint32_t bytesPerFrame = queue->bytesPerFrame;
-    if (bytesPerFrame == 0) {
-        return KELDA_NOT_CONFIGURED;
-    }
-    if (!cApi::fitsInt(frames, bytesPerFrame)) {
-        return KELDA_INVALID_ARGUMENT;
-    }
-    return guarded([&] {
-        const bool written = queue->queue.write(
-            pts, {static_cast<const unsigned char*>(data), frames * bytesPerFrame});
+    return withFrames(queue, data, frames, true, [&](std::size_t bytes) {
+        const bool written =
+            queue->queue.write(pts, {static_cast<const unsigned char*>(data), bytes});
         return written ? KELDA_OK : KELDA_ABORTED;
     });
 }
@@ -93,21 +100,11 @@ kelda_status kelda_queue_abort_write(kelda_queue* queue) noexcept
 kelda_status kelda_queue_read(kelda_queue* queue, uint64_t time, void* out, size_t frames,
                               size_t* frames_read, int64_t* delta) noexcept
 {
-    if (queue == nullptr || !cApi::isBuffer(out, frames) || frames_read == nullptr) {
-        return KELDA_INVALID_ARGUMENT;
-    }
-    const std::uint32_t bytesPerFrame = queue->bytesPerFrame;
-    if (bytesPerFrame == 0) {
-        return KELDA_NOT_CONFIGURED;
-    }
-    if (!cApi::fitsInt(frames, bytesPerFrame)) {
-        return KELDA_INVALID_ARGUMENT;
-    }
-    return guardedIf(true, [&] {
-        const nonstd::span<unsigned char> room(static_cast<unsigned char*>(out),
-                                               frames * bytesPerFrame);
+    return withFrames(queue, out, frames, frames_read != nullptr, [&](std::size_t bytes) {
         miscUtils::TimeValueDelta ignored = 0;
-        *frames_read = queue->queue.read(time, room, delta != nullptr ? *delta : ignored);
+        *frames_read = queue->queue.read(time, {static_cast<unsigned char*>(out), bytes},
+                                         delta != nullptr ? *delta : ignored);
+        return KELDA_OK;
     });
 }
 
