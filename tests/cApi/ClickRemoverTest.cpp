@@ -27,15 +27,14 @@ kelda_status refused(const kelda_click_remover_config& config)
     });
 }
 
-/// 10 ms of stereo: a tone, or silence in every fourth ten blocks.
+/// 10 ms of stereo: a tone, or in every fourth ten blocks silence with a short signal in it.
 template<typename T>
 std::vector<T> block(int number)
 {
     std::vector<T> samples(960);
-    if (number / 10 % 4 == 2) {
-        return samples;
-    }
-    for (std::size_t i = 0; i < samples.size(); ++i) {
+    const bool isQuiet = number / 10 % 4 == 2;
+    const std::size_t length = !isQuiet ? samples.size() : number % 10 == 5 ? 200 : 0;
+    for (std::size_t i = 0; i < length; ++i) {
         const double phase = static_cast<double>(i / 2 + static_cast<std::size_t>(number) * 480);
         const double scale = std::is_integral_v<T> ? 20'000 : 0.7;
         samples[i] = static_cast<T>(scale * std::sin(phase / 7 + static_cast<double>(i % 2)));

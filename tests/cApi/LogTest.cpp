@@ -152,6 +152,19 @@ TEST_F(KeldaLog, WithoutACallIsAsTheProgramHasConfiguredIt)
         testing::ExitedWithCode(0), "^DEBUG - Buffer size adjusted.*\nWARN - Underrun occurred\n$");
 }
 
+TEST_F(KeldaLog, TakesThePlaceOfWhatTheProgramHasConfigured)
+{
+    EXPECT_EXIT(
+        {
+            log4cplus::BasicConfigurator::doConfigure(log4cplus::Logger::getDefaultHierarchy(),
+                                                      true);
+            kelda_set_log(KELDA_LOG_WARNING, nullptr, nullptr);
+            makeLines();
+            std::_Exit(0);
+        },
+        testing::ExitedWithCode(0), "^WARN AudioUtils: Underrun occurred\n$");
+}
+
 TEST_F(KeldaLog, OutlivesTheSetUpOfGStreamersResampler)
 {
     ASSERT_EQ(kelda_set_log(KELDA_LOG_DEBUG, append, &lines), KELDA_OK);

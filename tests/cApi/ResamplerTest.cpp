@@ -286,21 +286,24 @@ TEST(KeldaResampler, ProcessingAllocatesNothing)
 
 TEST(KeldaResampler, HandsOutWhatWaitsWithoutInput)
 {
-    const Resampler resampler = make(usual);
-    std::size_t taken = 0;
-    process(resampler, tone<float>(441), 10, taken);
-    std::vector<float> out(200);
-    std::size_t offered = 50;
-    std::size_t room = 100;
-    EXPECT_EQ(kelda_resampler_process(resampler.get(), nullptr, &offered, out.data(), &room, 0),
-              KELDA_OK);
-    EXPECT_EQ(offered, 0U);
-    EXPECT_EQ(room, 100U);
-    offered = 0;
-    room = 0;
-    EXPECT_EQ(kelda_resampler_process(resampler.get(), nullptr, &offered, nullptr, &room, 0),
-              KELDA_OK);
-    EXPECT_EQ(room, 0U);
+    for (const kelda_resampler_config& config : {usual, gstreamer}) {
+        const Resampler resampler = make(config);
+        std::size_t taken = 0;
+        process(resampler, tone<float>(4410), 10, taken);
+        std::vector<float> out(200);
+        std::size_t offered = 50;
+        std::size_t room = 100;
+        EXPECT_EQ(kelda_resampler_process(resampler.get(), nullptr, &offered, out.data(), &room,
+                                          KELDA_FLUSH),
+                  KELDA_OK);
+        EXPECT_EQ(offered, 0U);
+        EXPECT_EQ(room, 100U);
+        offered = 0;
+        room = 0;
+        EXPECT_EQ(kelda_resampler_process(resampler.get(), nullptr, &offered, nullptr, &room, 0),
+                  KELDA_OK);
+        EXPECT_EQ(room, 0U);
+    }
 }
 
 TEST(KeldaResampler, GStreamerLosesNothingAtEqualRatesInASmallRoom)
