@@ -1,7 +1,7 @@
 #!/bin/sh
 # consumers.sh PREFIX [COMPILER]: builds the README's example in an empty folder against what is
-# installed below PREFIX, once as a project of CMake and once as a Makefile with pkg-config, and runs
-# both. Every header that is installed must serve a program, too.
+# installed below PREFIX, once as a project of CMake and once as a Makefile with pkg-config, and its
+# twin in C, and runs them. Every header that is installed must serve a program, too.
 set -eu
 here=$(cd "$(dirname "$0")" && pwd)
 prefix=$(cd "$1" && pwd)
@@ -29,6 +29,12 @@ done
 cd "$folder/pkgconfig"
 LD_LIBRARY_PATH=$libraries make --silent
 LD_LIBRARY_PATH=$libraries timeout 60 ./queue_to_device
+
+# The same in C, which needs one library to be named, and no compiler for C++.
+# shellcheck disable=SC2046 # one option a word is meant
+"${CC:-cc}" -std=c99 "$here/../../examples/queue_to_device.c" $(pkg-config --cflags --libs kelda-audio) \
+    -pthread -o in_c
+LD_LIBRARY_PATH=$libraries timeout 60 ./in_c
 
 # Every header; with the view type that the libraries were built with, whatever the machine has.
 mkdir -p "$folder/headers/nonstd"
