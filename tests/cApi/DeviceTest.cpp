@@ -50,7 +50,7 @@ protected:
     Device device = makeDevice(KELDA_DEVICE_FAKE);
 };
 
-/// Whatever needs an open device, called with a null pointer in place of each argument in turn.
+/// Whatever needs an open device gives one status, and leaves its results alone.
 void expectStatusOfAll(const kelda_device* device, kelda_status expected)
 {
     auto* const changeable = const_cast<kelda_device*>(device);
