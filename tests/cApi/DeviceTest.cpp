@@ -345,7 +345,7 @@ TEST_F(KeldaAlsaDevice, IsDescribedAsJson)
     audioUtils::PcmAudioCapabilities capabilities;
     ASSERT_TRUE(audioUtils::getAlsaCapabilities(capabilities, "faulty", false));
     const std::string expected = miscUtils::toJson(capabilities.toVariant());
-    EXPECT_THAT(expected, HasSubstr(R"("sampleRates":{"allowed":[44100,48000,96000])"));
+    EXPECT_THAT(expected, HasSubstr(R"("sampleRates":{"allowed":[44100,48000,96000,)"));
 
     std::vector<char> json(1024, 'x');
     std::size_t length = 0;
