@@ -1,6 +1,9 @@
 # What every target of this project shares: language level, warnings, sanitizers,
 # output folders, and the way a shared library of ours is made.
 
+set(CMAKE_C_STANDARD 99)
+set(CMAKE_C_STANDARD_REQUIRED ON)
+set(CMAKE_C_EXTENSIONS OFF)
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_CXX_EXTENSIONS OFF)
@@ -43,7 +46,7 @@ add_library(kelda_options INTERFACE)
 target_compile_options(kelda_options INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion
   $<$<BOOL:${KELDA_WARNINGS_AS_ERRORS}>:-Werror>
-  $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>
+  $<$<COMPILE_LANG_AND_ID:CXX,Clang>:-Wthread-safety>
   -ffp-contract=off # results are the same to the last bit, whether or not a machine has fused operations
   -UNDEBUG)
 if(KELDA_SANITIZERS)

@@ -12,6 +12,7 @@
 
 #include <gmock/gmock.h>
 
+#include "support/BlockedCall.h"
 #include "support/LogCapture.h"
 
 using audioUtils::PcmQueue;
@@ -19,6 +20,8 @@ using miscUtils::NoTimeValue;
 using miscUtils::TimeValue;
 using testing::Contains;
 using testing::Not;
+using testSupport::isBlocked;
+using testSupport::resultOf;
 
 namespace {
 
@@ -27,25 +30,6 @@ constexpr TimeValue start = 5000 * ms;
 constexpr std::size_t bytesPerMs = 192;
 
 using Bytes = std::vector<unsigned char>;
-
-/// The result of a call on another thread; a call that hangs ends the whole program with a message
-/// instead of holding up the tests.
-template<typename T>
-T resultOf(std::future<T>& future)
-{
-    if (future.wait_for(std::chrono::seconds(60)) != std::future_status::ready) {
-        ADD_FAILURE() << "the call was not released";
-        std::fflush(stdout);
-        std::_Exit(1);
-    }
-    return future.get();
-}
-
-template<typename T>
-bool isBlocked(std::future<T>& future)
-{
-    return future.wait_for(std::chrono::milliseconds(30)) == std::future_status::timeout;
-}
 
 class PcmQueueThreadTest : public testing::TestWithParam<bool>
 {

@@ -1,7 +1,7 @@
 #!/bin/sh
-# consumers.sh PREFIX [COMPILER]: builds the README's example in an empty folder against what is
-# installed below PREFIX, once as a project of CMake and once as a Makefile with pkg-config, and runs
-# both. Every header that is installed must serve a program, too.
+# consumers.sh PREFIX [COMPILER]: builds the README's example, in C++ and in C, in an empty folder
+# against what is installed below PREFIX, once as a project of CMake and once as a Makefile with
+# pkg-config, and runs all. Every header that is installed must serve a program, too.
 set -eu
 here=$(cd "$(dirname "$0")" && pwd)
 prefix=$(cd "$1" && pwd)
@@ -11,7 +11,7 @@ trap 'rm -rf "$folder"' EXIT
 cp -r "$here/cmake" "$here/pkgconfig" "$folder"
 cp "$here/../linking/outsideKits.cpp" "$folder/cmake"
 for consumer in cmake pkgconfig; do
-    cp "$here/../../examples/queue_to_device.cpp" "$folder/$consumer"
+    cp "$here/../../examples"/queue_to_device.c* "$folder/$consumer"
 done
 
 description=$(find "$prefix/lib" -name kelda-audioUtils.pc)
@@ -22,13 +22,15 @@ export PKG_CONFIG_PATH
 cd "$folder/cmake"
 { cmake -G Ninja -D CMAKE_PREFIX_PATH="$prefix" -B build && cmake --build build; } >log 2>&1 ||
     { cat log; exit 1; }
-for program in queue_to_device outsideKits; do
+for program in queue_to_device queue_to_device_c outsideKits; do
     LD_LIBRARY_PATH=$libraries timeout 60 build/$program
 done
 
 cd "$folder/pkgconfig"
 LD_LIBRARY_PATH=$libraries make --silent
-LD_LIBRARY_PATH=$libraries timeout 60 ./queue_to_device
+for program in queue_to_device queue_to_device_c; do
+    LD_LIBRARY_PATH=$libraries timeout 60 ./$program
+done
 
 # Every header; with the view type that the libraries were built with, whatever the machine has.
 mkdir -p "$folder/headers/nonstd"

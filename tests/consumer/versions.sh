@@ -20,7 +20,7 @@ for program in kelda-play kelda-resample kelda-lab; do
     told=$(LD_LIBRARY_PATH=$libraries "$prefix/bin/$program" --version)
     tells "$program" "${told#"$program "}"
 done
-for module in kelda-audioUtils kelda-miscUtils; do
+for module in kelda-audioUtils kelda-miscUtils kelda-audio; do
     tells "$module.pc" "$(pkg-config --modversion "$module")"
 done
 tells 'The CMake package' \

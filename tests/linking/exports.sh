@@ -5,7 +5,7 @@ set -eu
 nm=$1
 shift
 names=$("$nm" --dynamic --defined-only --demangle "$1" | cut -d' ' -f3-)
-printf '%s\n' "$names" | grep -q "^$2::" || { echo "$1 exports nothing"; exit 1; }
+printf '%s\n' "$names" | grep -qE "^($2::|$2_)" || { echo "$1 exports nothing"; exit 1; }
 
 others=$(printf '%s\n' "$names" |
     grep -vE "^((vtable|typeinfo|typeinfo name) for |int )?$2::|^dbglog_scopedFunction${3:+|^($3)\$}" || true)

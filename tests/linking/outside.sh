@@ -1,14 +1,19 @@
 #!/bin/sh
 # outside.sh COMPILER SOURCE INCLUDE_ROOT LIBRARY_FOLDER LIBRARY...: a program outside the tree needs
-# nothing but the headers' root, the folder of the libraries and their names. For another machine it
-# needs that machine's $SYSROOT, where its linker looks for what the libraries need, and $RUN runs it.
+# nothing but the headers' root, the folder of the libraries and their names; one in C is C99 to the
+# letter. For another machine it needs that machine's $SYSROOT, where its linker looks for what the
+# libraries need, and $RUN runs it.
 set -eu
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
 compiler=$1 source=$2 root=$3 libraries=$4
 shift 4
-# shellcheck disable=SC2046 # one option a library is meant
-"$compiler" ${SYSROOT:+"--sysroot=$SYSROOT" "-Wl,-rpath-link,$libraries"} -std=c++20 "-I$root" "$source" \
+case $source in
+*.c) standard='-std=c99 -pedantic-errors -Wall -Wextra -Wconversion -Werror' ;;
+*) standard=-std=c++20 ;;
+esac
+# shellcheck disable=SC2046,SC2086 # one option a word, and a library, is meant
+"$compiler" ${SYSROOT:+"--sysroot=$SYSROOT" "-Wl,-rpath-link,$libraries"} $standard "-I$root" "$source" \
     -o "$folder/program" "-L$libraries" $(printf -- '-l%s ' "$@")
 # shellcheck disable=SC2086 # an emulator has arguments
 LD_LIBRARY_PATH=$libraries ${RUN:-} "$folder/program"
