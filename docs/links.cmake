@@ -5,7 +5,15 @@
 
 cmake_minimum_required(VERSION 3.25)
 
-file(GLOB_RECURSE pages ${PAGES})
+set(pages "")
+foreach(pattern ${PAGES})
+  if(EXISTS ${pattern}) # a page, and not all of its name below its folder
+    list(APPEND pages ${pattern})
+  else()
+    file(GLOB_RECURSE found ${pattern})
+    list(APPEND pages ${found})
+  endif()
+endforeach()
 set(links 0)
 foreach(page ${pages})
   cmake_path(GET page PARENT_PATH folder)

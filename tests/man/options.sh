@@ -2,7 +2,7 @@
 # options.sh PAGE PROGRAM [SUBCOMMAND...]: a manual page has the options that --help prints, with their
 # arguments and defaults, in the same groups and order, and no others; and says of each what --help has
 # in brackets or, at the end, in parentheses: other defaults, and ranges. The options of a subcommand
-# stand in a section of their own. $RUN runs the program, where that is for another machine.
+# stand in a section of their own. So do exit statuses, if --help has them. $RUN runs the program, where that is for another machine.
 set -eu
 here=$(dirname "$0")
 page=$1 program=$2
@@ -11,7 +11,7 @@ folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
 
 # shellcheck disable=SC2086 # an emulator has arguments
-help() { ${RUN:-} "$program" "$@" --help | awk -f "$here/help.awk"; }
+help() { ${RUN:-} "$program" "$@" --help | awk -f "$here/help.awk" | sed 's/^\* Exit status$/= EXIT STATUS/'; }
 {
     echo '= OPTIONS'
     help
@@ -20,7 +20,9 @@ help() { ${RUN:-} "$program" "$@" --help | awk -f "$here/help.awk"; }
         help "$subcommand"
     done
 } >"$folder/help"
-"$here/page.sh" "$page" | awk '/^= / { inside = /OPTIONS$/ } inside' >"$folder/page"
+sections='OPTIONS$'
+! grep -q '^= EXIT STATUS$' "$folder/help" || sections='(OPTIONS|EXIT STATUS)$'
+"$here/page.sh" "$page" | awk -v sections="$sections" '/^= / { inside = $0 ~ sections } inside' >"$folder/page"
 
 for each in help page; do
     grep '^[=*-]' "$folder/$each" >"$folder/$each.outline"

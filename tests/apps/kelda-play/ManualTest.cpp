@@ -56,10 +56,12 @@ protected:
         std::ofstream(std::getenv("ALSA_CONFIG_PATH"), std::ios::app)
             << "pcm.!hw { @args [CARD] @args.CARD { type string } type kelda_faulty }\n"
                "ctl.!hw { @args [CARD] @args.CARD { type string } type kelda_faulty }\n";
-        std::filesystem::create_directory(path("home"));
-        for (const std::string name : {"first.wav", "second.wav", "third.wav", "song.wav"}) {
+        std::filesystem::create_directories(path("home/album"));
+        for (const std::string name :
+             {"first.wav", "second.wav", "third.wav", "song.wav", "album/first.wav"}) {
             createSound(path("home/" + name), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000);
         }
+        std::ofstream(path("home/recording.raw")) << std::string(4 * 48000, '\1');
     }
 
     int runExample(const std::string& commands)
