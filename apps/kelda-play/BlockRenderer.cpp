@@ -78,8 +78,9 @@ BlockRecord BlockRenderer::render()
 // nobody knows how long filling takes. The queue, which smooths due times, is not to learn from
 // them: an empty read at quite another time makes it start over. When the device runs, what the
 // guess was off is below the queue's threshold for jumps, but heard for good: aligned once more.
-// Not where the sound begins before the device does, and nothing has been interrupted yet: a
-// millisecond off is heard less than a millisecond that is missing.
+// Not at the first start, where nothing has been interrupted yet: silence leads up to the sound to
+// a frame. If it begins before the device does, a millisecond off is heard less than one that is
+// missing.
 void BlockRenderer::alignToStart(TimeValue dueTime)
 {
     constexpr TimeValue farAway = 1'000'000'000'000;
@@ -91,7 +92,7 @@ void BlockRenderer::alignToStart(TimeValue dueTime)
     if (wasFilling || m_filling) {
         static_cast<void>(m_queue.read(dueTime + farAway, std::span<unsigned char>()));
     }
-    if (wasFilling && !m_filling) {
+    if (wasFilling && !m_filling && !m_isFirstStart) {
         m_queue.resyncRead();
     }
 }
