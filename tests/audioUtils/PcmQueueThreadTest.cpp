@@ -20,6 +20,7 @@ using miscUtils::NoTimeValue;
 using miscUtils::TimeValue;
 using testing::Contains;
 using testing::Not;
+using testSupport::blockedCall;
 using testSupport::isBlocked;
 using testSupport::resultOf;
 
@@ -47,18 +48,14 @@ protected:
     std::future<bool> blockedWrite()
     {
         fill();
-        auto written = std::async(std::launch::async, [&target = *queue] {
+        return blockedCall([&target = *queue] {
             return target.write(start + 100 * ms, Bytes(10 * bytesPerMs, 2));
         });
-        EXPECT_TRUE(isBlocked(written));
-        return written;
     }
 
     std::future<void> blockedDrain()
     {
-        auto drained = std::async(std::launch::async, [&target = *queue] { target.drain(); });
-        EXPECT_TRUE(isBlocked(drained));
-        return drained;
+        return blockedCall([&target = *queue] { target.drain(); });
     }
 
     Bytes read(TimeValue time, std::size_t milliseconds)

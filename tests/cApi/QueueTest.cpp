@@ -14,7 +14,7 @@
 
 using testing::Each;
 using testSupport::AllocationCounter;
-using testSupport::isBlocked;
+using testSupport::blockedCall;
 using testSupport::LogCapture;
 using testSupport::resultOf;
 
@@ -62,9 +62,7 @@ protected:
     std::future<kelda_status> blockedWrite()
     {
         fill();
-        auto written = std::async(std::launch::async, [this] { return write(start + 200 * ms); });
-        EXPECT_TRUE(isBlocked(written));
-        return written;
+        return blockedCall([this] { return write(start + 200 * ms); });
     }
 
     [[nodiscard]] kelda_status refused(const kelda_queue_config& config)
@@ -204,10 +202,9 @@ TEST_F(KeldaQueue, ItsEndReleasesAWriter)
 {
     fill();
     const Samples packet(block * 2);
-    auto written = std::async(std::launch::async, [&, handle = queue.get()] {
+    auto written = blockedCall([&, handle = queue.get()] {
         return kelda_queue_write(handle, start + 200 * ms, packet.data(), block);
     });
-    EXPECT_TRUE(isBlocked(written));
     queue.reset();
     EXPECT_EQ(resultOf(written), KELDA_ABORTED);
 }
@@ -224,9 +221,7 @@ TEST_F(KeldaQueue, DrainWaitsUntilAllIsRead)
     configure();
     EXPECT_EQ(kelda_queue_drain(queue.get()), KELDA_OK);
     ASSERT_EQ(write(start), KELDA_OK);
-    auto drained =
-        std::async(std::launch::async, [this] { return kelda_queue_drain(queue.get()); });
-    EXPECT_TRUE(isBlocked(drained));
+    auto drained = blockedCall([this] { return kelda_queue_drain(queue.get()); });
     readBlock();
     EXPECT_EQ(resultOf(drained), KELDA_OK);
 }
