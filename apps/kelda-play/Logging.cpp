@@ -107,7 +107,7 @@ logAlsaError(const char* file, int line, const char* function, int error, const 
     std::array<char, 512> text{};
     std::va_list arguments;
     va_start(arguments, format);
-    // Its list was started a line above. NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized)
+    // A false alarm: it was started. NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized)
     std::vsnprintf(text.data(), text.size(), format, arguments);
     va_end(arguments);
     LOG4CPLUS_INFO(logger, file << ":" << line << " " << function << ": " << text.data()

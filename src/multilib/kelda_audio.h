@@ -1,6 +1,6 @@
 #pragma once
 
-// C has no others. NOLINTBEGIN(modernize-deprecated-headers)
+// C has no <cstddef>. NOLINTBEGIN(modernize-deprecated-headers)
 #include <stddef.h>
 #include <stdint.h>
 // NOLINTEND(modernize-deprecated-headers)

@@ -35,7 +35,9 @@ done
 # Every header; with the view type that the libraries were built with, whatever the machine has.
 mkdir -p "$folder/headers/nonstd"
 cd "$prefix/include/kelda"
-grep -q '^#if 01 ' nonstd/span.hpp || # the machine's
+# "#if 01": the libraries were built with the span package's type. Elsewhere the installed header is not
+# to look for that package, whatever the machine has: finding it is made an error.
+grep -q '^#if 01 ' nonstd/span.hpp ||
     echo '#error "another type than the libraries were built with"' >"$folder/headers/nonstd/span.hpp"
 find . -name '*.h*' -printf '#include "%P"\n' |
     "$CXX" -std=c++20 -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror -fsyntax-only -x c++ - \

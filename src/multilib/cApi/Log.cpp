@@ -74,7 +74,7 @@ public:
     static Log& instance()
     {
         // Never destroyed: threads may log until the process is gone.
-        static Log& log = *new Log; // NOLINT(cppcoreguidelines-owning-memory)
+        static Log& log = *new Log; // NOLINT(cppcoreguidelines-owning-memory): see above
         return log;
     }
 

@@ -6,7 +6,7 @@
 #include "miscUtils/Export.h"
 
 // GStreamer's GstCaps: programs that don't ask for caps need no headers of GStreamer's.
-struct _GstCaps; // NOLINT(bugprone-reserved-identifier)
+struct _GstCaps; // NOLINT(bugprone-reserved-identifier): the name is GStreamer's
 
 namespace audioUtils {
 
