@@ -40,8 +40,8 @@ protected:
     int playOn(const std::string& options)
     {
         return play(std::string("--device ") + GetParam().device +
-                    " --period 1024 --buffer 8192 --trace " + path("t.csv") + " " + options + " " +
-                    file);
+                    " --no-click-removal --period 1024 --buffer 8192 --trace " + path("t.csv") +
+                    " " + options + " " + file);
     }
 
     const std::string file = path("numbered.wav");
@@ -168,7 +168,8 @@ TEST(Loopback, CarriesTheFileFrameByFrame)
     const std::string file = folder / "loopback.wav";
     const std::string heardFile = folder / "loopback.raw";
     createNumberedFrames(file, numFrames);
-    const std::string play = KELDA_PLAY " --device hw:1,0 --period 1024 --buffer 8192 " + file;
+    const std::string play =
+        KELDA_PLAY " --device hw:1,0 --no-click-removal --period 1024 --buffer 8192 " + file;
     ASSERT_EQ(std::system(("arecord -q -D hw:1,1 -f S16_LE -c 2 -r 48000 -t raw -d 8 " + heardFile +
                            " & sleep 1.5; " + play + "; wait")
                               .c_str()),
