@@ -1,13 +1,13 @@
 // Whatever may lie in a file that is to be played: it is read, or refused with a reason.
 
 #include <algorithm>
-#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <vector>
 
 #include "AudioFile.h"
 #include "FuzzedFiles.h"
+#include "Negotiation.h"
 #include "Playlist.h"
 
 namespace {
@@ -21,6 +21,7 @@ using fuzzing::readAll;
 using keldaPlay::AudioFile;
 using keldaPlay::FrameLayout;
 using keldaPlay::Playlist;
+using keldaPlay::Track;
 
 /// What libsndfile itself makes of the file.
 class Decoder
@@ -93,11 +94,11 @@ void readEveryWay(const std::string& path, testSupport::Choices& choices)
     checkAgainstLibrary(*file, layout, *bytes);
 
     const std::size_t longestBlock = 1 + choices.upTo(500);
-    std::vector<std::unique_ptr<keldaPlay::Source>> sources;
-    for (std::size_t i = 0, last = choices.below(2); i <= last; ++i) {
-        sources.push_back(std::make_unique<AudioFile>(path));
-    }
-    Playlist playlist(std::move(sources), choices.below(2) == 1);
+    Track track;
+    track.path = path;
+    track.info = keldaPlay::describe(*file);
+    const std::vector<Track> tracks(1 + choices.below(2), track);
+    Playlist playlist(tracks, choices.below(2) == 1);
     const auto again = readAll(playlist, path, layout, choices, longestBlock);
     if (!again || bytes->empty()) {
         return;
