@@ -42,6 +42,13 @@ foreach(type RELEASE RELWITHDEBINFO MINSIZEREL)
   string(REPLACE "-DNDEBUG" "" CMAKE_CXX_FLAGS_${type} "${CMAKE_CXX_FLAGS_${type}}")
 endforeach()
 
+# For what need not be fast, as tests and command lines: optimising it would take most of a build's time.
+# It is what each compiler is quickest with.
+set(KELDA_QUICK "")
+if(NOT CMAKE_BUILD_TYPE STREQUAL Debug)
+  set(KELDA_QUICK $<IF:$<CXX_COMPILER_ID:Clang>,-O0,-Og>)
+endif()
+
 add_library(kelda_options INTERFACE)
 target_compile_options(kelda_options INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion

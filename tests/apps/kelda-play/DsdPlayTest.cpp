@@ -250,8 +250,8 @@ TEST_F(DsdPlayTest, MarkersAlternateOverSkipsAndIdleFramesBetween)
         const std::vector<std::uint32_t> numbers = stream.numbers();
         EXPECT_TRUE(std::ranges::is_sorted(numbers, std::less_equal<>())) << ppm;
         EXPECT_EQ(numbers.size() + skipped(), 12 * numFrames) << ppm;
-        EXPECT_EQ(skipped() > 0, ppm == "10000");
-        EXPECT_EQ(stream.sound().size() > numbers.size(), ppm == "-10000") << "idle in between";
+        // A machine that stumbles may add some of either.
+        EXPECT_TRUE(ppm == "10000" ? skipped() > 0 : stream.sound().size() > numbers.size()) << ppm;
     }
 }
 
