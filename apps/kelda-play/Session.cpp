@@ -1,0 +1,216 @@
+#include "Session.h"
+
+#include <algorithm>
+#include <cmath>
+#include <exception>
+#include <stdexcept>
+#include <thread>
+
+#include "DopNegotiation.h"
+#include "Errors.h"
+#include "Negotiation.h"
+#include "Timeline.h"
+
+namespace keldaPlay {
+
+using miscUtils::TimeValue;
+
+namespace {
+
+constexpr TimeValue nanosecondsPerMillisecond = 1'000'000;
+
+void configureQueue(audioUtils::PcmQueue& queue, const Options& options, const Playlist& playlist,
+                    const FrameLayout& layout)
+{
+    // A file of DSD is to be heard whole: clocks that differ may take it this far.
+    const double jumpMs = options.jumpThresholdMs.value_or(playlist.isDsd() ? 1000 : 20);
+
+    // Two timestamps may lie twice the jitter apart, and the filter is off by a part of it: less
+    // than three times the jitter is no jump.
+    const auto jitter = static_cast<TimeValue>(std::llround(options.jitterMs * 1e6));
+    const auto jump = static_cast<TimeValue>(std::llround(jumpMs * 1e6));
+    const TimeValue jumpThreshold = std::max(jump, 3 * jitter);
+    const TimeValue filterMaxError = std::max(10 * nanosecondsPerMillisecond, 3 * jitter);
+    queue.configure(true, options.queueMs, playlist.rate(),
+                    static_cast<unsigned int>(layout.numChannels),
+                    static_cast<unsigned int>(layout.sample.bytes), "kelda-play", true,
+                    jumpThreshold, filterMaxError);
+}
+
+} // namespace
+
+Session::Session(const Playing& playing, std::span<const Track> tracks, bool loop,
+                 std::optional<double> seconds)
+    : m_playing(playing),
+      m_options(playing.options),
+      m_playlist(tracks, loop),
+      m_stream(describe(tracks)),
+      m_info(negotiate(m_options, m_playlist)),
+      m_layout{*layoutOf(m_info.getPcmFormat()), static_cast<std::size_t>(m_info.getNumChannels())},
+      m_queued{converts() ? *layoutOf(RateConverter::inputFormat(m_options.resampler))
+                          : m_layout.sample,
+               m_layout.numChannels},
+      m_request(requestFor(m_options, m_info)),
+      m_device(createDevice(m_options.device))
+{
+    openDevice();
+    configureQueue(m_queue, m_options, m_playlist, m_queued);
+    if (converts()) {
+        m_converter.emplace(m_options.resampler, m_playlist.rate(), m_device->sampleRate(),
+                            m_layout);
+    }
+    if (m_options.clicks.enabled && !m_dop) {
+        m_clicks.emplace(m_options.clicks, m_queued, m_playlist.rate());
+    }
+    if (seconds) {
+        limitTo(*seconds);
+    }
+    if (!m_options.reportFolder.empty() && !m_dop) {
+        m_before.emplace(m_queued, m_playlist.rate());
+        m_after.emplace(m_queued, m_playlist.rate());
+    }
+    if (!m_options.pll.empty()) {
+        m_pll.emplace(m_options.pll);
+    }
+    if (!m_options.recordPath.empty()) {
+        m_recorder.emplace(m_options.recordPath, m_layout.sample, m_device->sampleRate(),
+                           m_device->numChannels());
+    }
+    m_observer.emplace(m_options, m_playing.presenter, m_playing.statistics);
+}
+
+void Session::openDevice()
+{
+    if (m_playlist.isDsd()) {
+        m_request.rateResample = false;
+        m_dop.emplace(m_layout);
+    }
+    if (const std::string obstacle = open(*m_device, m_request); !obstacle.empty()) {
+        throw DeviceError(obstacle);
+    }
+}
+
+void Session::limitTo(double seconds)
+{
+    m_playlist.limit(static_cast<std::uint64_t>(std::llround(seconds * m_playlist.rate())));
+}
+
+bool Session::converts() const
+{
+    return m_info.getSampleRate() != m_stream.getSampleRate() ||
+           m_options.drift.correction == Correction::Resample;
+}
+
+RenderPath Session::path()
+{
+    RenderPath path;
+    path.before = m_before ? &*m_before : nullptr;
+    path.after = m_after ? &*m_after : nullptr;
+    path.clicks = m_clicks ? &*m_clicks : nullptr;
+    path.dop = m_dop ? &*m_dop : nullptr;
+    path.converter = m_converter ? &*m_converter : nullptr;
+    path.recorder = m_recorder ? &*m_recorder : nullptr;
+    if (m_options.drift.correction == Correction::Device) {
+        path.setDeviceRate = [this](double ppm) { m_pll->set(ppm); };
+    }
+    path.drift = m_options.drift.correction != Correction::None ? &m_drift : nullptr;
+    return path;
+}
+
+std::string Session::carried() const
+{
+    return m_dop ? nameOfDop(*openSource(m_playlist.tracks().front().path)) : "";
+}
+
+// From the queue until it is heard when the device is full, ns.
+TimeValue Session::pathDelay() const
+{
+    const TimeValue device = m_device->bufferSize() * 1'000'000'000 / m_device->sampleRate();
+    const TimeValue clicks =
+        m_clicks ? m_clicks->delayFrames() * 1'000'000'000 / m_playlist.rate() : 0;
+    const auto converter = static_cast<TimeValue>(m_converter ? m_converter->latencyNs() : 0);
+    return device + clicks + converter;
+}
+
+void Session::run()
+{
+    m_playing.statistics.beginStream(m_playlist.rate());
+    m_playing.presenter.streamStarts({m_stream, m_request, *m_device, carried()});
+    std::exception_ptr unreadable;
+    try {
+        play();
+    } catch (...) {
+        unreadable = std::current_exception();
+    }
+    m_isGone = !m_device->isOpened();
+    m_device->drain();
+    m_device->close();
+    m_observer->finish(m_playing.signals.haveCome());
+    if (unreadable) {
+        std::rethrow_exception(unreadable);
+    }
+    writeReport();
+    checkResult();
+}
+
+// Throws what the producer's thread has thrown.
+void Session::play()
+{
+    Producer producer(m_playlist, m_queued, m_queue, m_observer->schedule(), m_options);
+    Renderer renderer(
+        m_queue, *m_device, m_queued, m_playlist.rate(), path(),
+        [this] { return open(*m_device, m_request).empty(); }, m_observer->journal());
+    std::exception_ptr unreadable;
+
+    std::thread producerThread([&] {
+        try {
+            producer.run(Timeline(pathDelay(), m_playlist.rate(), m_options.sourcePpm));
+        } catch (...) {
+            unreadable = std::current_exception();
+            m_queue.drain(); // what was decoded is played
+        }
+        renderer.stop();
+    });
+    std::thread rendererThread([&] { renderer.run(); });
+    watch(renderer, producer);
+    producer.stop(); // the renderer may have ended first
+    producerThread.join();
+    rendererThread.join();
+    if (unreadable) {
+        std::rethrow_exception(unreadable);
+    }
+}
+
+void Session::watch(const Renderer& renderer, Producer& producer)
+{
+    while (!renderer.hasEnded()) {
+        if (m_playing.signals.waitFor(50 * nanosecondsPerMillisecond)) {
+            producer.stop();
+        }
+        m_observer->update();
+    }
+}
+
+void Session::writeReport() const
+{
+    if (m_observer->sync() != nullptr) {
+        m_observer->sync()->write(
+            m_options.reportFolder, m_options.device + ": " + m_options.files.front(),
+            m_before ? &m_before->audio() : nullptr, m_after ? &m_after->audio() : nullptr);
+    }
+}
+
+void Session::checkResult()
+{
+    if (m_isGone) {
+        throw DeviceError("device " + m_options.device + " has not come back");
+    }
+    if (m_recorder && !m_recorder->isComplete()) {
+        throw std::runtime_error(m_options.recordPath + ": not all could be written");
+    }
+    if (!m_observer->isTraceComplete()) {
+        throw std::runtime_error(m_options.tracePath + ": not all could be written");
+    }
+}
+
+} // namespace keldaPlay
