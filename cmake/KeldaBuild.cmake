@@ -45,7 +45,7 @@ endforeach()
 # For what need not be fast, as tests and command lines: optimising it would take most of a build's time.
 # It is what each compiler is quickest with.
 set(KELDA_QUICK "")
-if(NOT CMAKE_BUILD_TYPE STREQUAL Debug)
+if(KELDA_SANITIZERS OR NOT CMAKE_BUILD_TYPE STREQUAL Debug)
   set(KELDA_QUICK $<IF:$<CXX_COMPILER_ID:Clang>,-O0,-Og>)
 endif()
 
