@@ -16,6 +16,8 @@ using miscUtils::Variant;
 using miscUtils::VariantArray;
 using miscUtils::VariantHash;
 using testing::ElementsAre;
+using testing::EndsWith;
+using testing::HasSubstr;
 using testing::IsEmpty;
 using testSupport::LogCapture;
 
@@ -29,6 +31,7 @@ struct Pcm
     static constexpr Format first = S16LE;
     static constexpr Format second = F32LE;
     static constexpr const char* name = "PCM";
+    static constexpr const char* className = "Pcm";
     static constexpr const char* type = "pcm";
     static constexpr const char* firstName = "S16LE";
     static constexpr const char* rateKey = "sampleRate";
@@ -54,6 +57,7 @@ struct Dsd
     static constexpr Format first = DSDU8;
     static constexpr Format second = DSDU32BE;
     static constexpr const char* name = "DSD";
+    static constexpr const char* className = "Dsd";
     static constexpr const char* type = "dsd";
     static constexpr const char* firstName = "DSDU8";
     static constexpr const char* rateKey = "bitrate";
@@ -99,6 +103,16 @@ protected:
     {
         return {IntegerRange(std::vector<int>{44100, 48000}), IntegerRange(1, 2), {Family::first}};
     }
+
+    /// Where the last line came from: the function that was called, in the family's own source.
+    void expectFrom(const std::string& source, const std::string& function) const
+    {
+        const testSupport::LogRecord record = log.records().back();
+        EXPECT_THAT(record.file, EndsWith("src/multilib/audioUtils/" + source)) << record;
+        EXPECT_THAT(record.function, HasSubstr(function + "(const miscUtils::Variant")) << record;
+        EXPECT_GT(record.line, 0) << record;
+    }
+    static std::string source() { return Family::className + std::string("DataStructures.cpp"); }
 
     LogCapture log{"AudioUtils"};
 };
@@ -280,6 +294,8 @@ TYPED_TEST(AudioDescription, SaysWhyAnInfoCantBeRead)
         Info info = before;
         EXPECT_FALSE(info.fromVariant(variant));
         EXPECT_EQ(info, left) << message;
+        this->expectFrom(this->source(),
+                         TypeParam::className + std::string("AudioInfo::fromVariant"));
         EXPECT_THAT(this->log.takeLines(), ElementsAre(message));
     }
 }
@@ -298,12 +314,13 @@ TYPED_TEST(AudioDescription, SaysWhyCapabilitiesCantBeRead)
         Variant variant;
         std::string message;
         Capabilities left;
+        bool isOfRange = false; // what can't be read
     } cases[] = {
         {Variant(), "ERROR expected a varianthash, got a variant of type invalid", before},
         {VariantHash{{"numChannels", good}}, this->capabilities() + "\"" + rates + "\" field",
          before},
         {VariantHash{{rates, 5}}, "ERROR expected a varianthash, got a variant of type integer",
-         before},
+         before, true},
         {VariantHash{{rates, good}}, this->capabilities() + "\"numChannels\" field", rateRead},
         {VariantHash{{rates, good}, {"numChannels", good}},
          this->capabilities() + "or invalid \"" + formats + "\" field (expected: array of strings)",
@@ -323,10 +340,16 @@ TYPED_TEST(AudioDescription, SaysWhyCapabilitiesCantBeRead)
          Capabilities(IntegerRange(3, 4), IntegerRange(3, 4),
                       {TypeParam::first, TypeParam::first})},
     };
-    for (const auto& [variant, message, left] : cases) {
+    for (const auto& [variant, message, left, isOfRange] : cases) {
         Capabilities capabilities = before;
         EXPECT_FALSE(capabilities.fromVariant(variant));
         EXPECT_EQ(capabilities, left) << message;
+        if (isOfRange) {
+            this->expectFrom("AudioDataStructures.cpp", "IntegerRange::fromVariant");
+        } else {
+            this->expectFrom(this->source(),
+                             TypeParam::className + std::string("AudioCapabilities::fromVariant"));
+        }
         EXPECT_THAT(this->log.takeLines(), ElementsAre(message));
     }
 }

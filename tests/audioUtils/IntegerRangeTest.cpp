@@ -14,6 +14,7 @@ using miscUtils::Variant;
 using miscUtils::VariantArray;
 using miscUtils::VariantHash;
 using testing::ElementsAre;
+using testing::EndsWith;
 using testing::IsEmpty;
 using testSupport::LogCapture;
 
@@ -130,7 +131,8 @@ TEST(IntegerRange, MeasuresDistancesIn32Bits)
 TEST(IntegerRangeDeathTest, HasItsLimitsInOrder)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_DEATH(IntegerRange(2, 1), "AudioDataStructures.*minInteger <= maxInteger");
+    EXPECT_DEATH(IntegerRange(2, 1),
+                 "src/multilib/audioUtils/AudioDataStructures\\.cpp.*minInteger <= maxInteger");
     EXPECT_EQ(IntegerRange(2, 2).getMinInteger(), 2);
 }
 
@@ -208,6 +210,8 @@ TEST(IntegerRange, SaysWhyItCantBeRead)
         EXPECT_FALSE(range.fromVariant(variant));
         EXPECT_EQ(range, listOf({3, 4}));
         EXPECT_THAT(log.lines(), ElementsAre(std::string("ERROR ") + message));
+        EXPECT_THAT(log.records()[0].file,
+                    EndsWith("src/multilib/audioUtils/AudioDataStructures.cpp"));
     }
 }
 

@@ -121,7 +121,7 @@ Variant IntegerRange::toVariant() const
 
 bool IntegerRange::fromVariant(const Variant& variant)
 {
-    if (!detail::isHash(logger, variant)) {
+    if (!detail::isHash(logger, KELDA_HERE, variant)) {
         return false;
     }
     const VariantHash& hash = variant.asHash();

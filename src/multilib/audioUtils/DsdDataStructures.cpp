@@ -87,7 +87,7 @@ miscUtils::Variant DsdAudioInfo::toVariant() const
 
 bool DsdAudioInfo::fromVariant(const miscUtils::Variant& variant)
 {
-    return detail::fromVariant(family, variant, m_fields);
+    return detail::fromVariant({family, KELDA_HERE}, variant, m_fields);
 }
 
 DsdAudioCapabilities::DsdAudioCapabilities() : AudioCapabilities(dsdAudioType()) {}
@@ -106,7 +106,7 @@ miscUtils::Variant DsdAudioCapabilities::toVariant() const
 
 bool DsdAudioCapabilities::fromVariant(const miscUtils::Variant& variant)
 {
-    return detail::fromVariant(family, variant, m_fields);
+    return detail::fromVariant({family, KELDA_HERE}, variant, m_fields);
 }
 
 bool isAudioInfoCompatible(const DsdAudioInfo& info, const DsdAudioCapabilities& capabilities)

@@ -139,7 +139,7 @@ miscUtils::Variant PcmAudioInfo::toVariant() const
 
 bool PcmAudioInfo::fromVariant(const miscUtils::Variant& variant)
 {
-    return detail::fromVariant(family, variant, m_fields);
+    return detail::fromVariant({family, KELDA_HERE}, variant, m_fields);
 }
 
 PcmAudioCapabilities::PcmAudioCapabilities() : AudioCapabilities(pcmAudioType()) {}
@@ -158,7 +158,7 @@ miscUtils::Variant PcmAudioCapabilities::toVariant() const
 
 bool PcmAudioCapabilities::fromVariant(const miscUtils::Variant& variant)
 {
-    return detail::fromVariant(family, variant, m_fields);
+    return detail::fromVariant({family, KELDA_HERE}, variant, m_fields);
 }
 
 bool isAudioInfoCompatible(const PcmAudioInfo& info, const PcmAudioCapabilities& capabilities)

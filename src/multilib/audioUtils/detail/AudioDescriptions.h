@@ -27,11 +27,21 @@ struct AudioFamily
 
 constexpr const char* numChannelsKey = "numChannels";
 
-inline bool isHash(const log4cplus::Logger& logger, const miscUtils::Variant& variant)
+/// A serialised form being read. The log tells of the function that a program called, not of the
+/// code that it shares with others.
+struct Reading
+{
+    const AudioFamily& family;
+    Place caller;
+};
+
+inline bool isHash(const log4cplus::Logger& logger, const Place& caller,
+                   const miscUtils::Variant& variant)
 {
     const miscUtils::VariantType type = variant.getType();
     if (type != miscUtils::VariantType::Hash) {
-        KELDA_LOG(logger, ERROR, "expected a varianthash, got a variant of type " << type);
+        KELDA_LOG_AT(caller, logger, ERROR,
+                     "expected a varianthash, got a variant of type " << type);
     }
     return type == miscUtils::VariantType::Hash;
 }
@@ -91,21 +101,21 @@ miscUtils::Variant toVariant(const AudioFamily& family,
 
 /// @return whether the value is of the kind wanted; if not, that has been logged
 template<typename Value>
-bool isConverted(const AudioFamily& family, const char* key, const std::optional<Value>& value)
+bool isConverted(const Reading& reading, const char* key, const std::optional<Value>& value)
 {
     if (!value) {
-        KELDA_LOG(family.logger, ERROR,
-                  family.name << " configuration varianthash has no or invalid \"" << key
-                              << "\" field");
+        KELDA_LOG_AT(reading.caller, reading.family.logger, ERROR,
+                     reading.family.name << " configuration varianthash has no or invalid \"" << key
+                                         << "\" field");
     }
     return value.has_value();
 }
 
-inline bool readInteger(const AudioFamily& family, const miscUtils::VariantHash& hash,
-                        const char* key, int& out)
+inline bool readInteger(const Reading& reading, const miscUtils::VariantHash& hash, const char* key,
+                        int& out)
 {
     const std::optional<long> value = hash.get(key).asInteger();
-    if (!isConverted(family, key, value)) {
+    if (!isConverted(reading, key, value)) {
         return false;
     }
     out = static_cast<int>(*value); // the low 32 bits
@@ -114,60 +124,64 @@ inline bool readInteger(const AudioFamily& family, const miscUtils::VariantHash&
 
 /// Each field is written as soon as it has been read: a failure leaves those before it changed.
 template<typename Format>
-bool fromVariant(const AudioFamily& family, const miscUtils::Variant& variant,
+bool fromVariant(const Reading& reading, const miscUtils::Variant& variant,
                  AudioInfoFields<Format>& out)
 {
-    if (!isHash(family.logger, variant)) {
+    if (!isHash(reading.family.logger, reading.caller, variant)) {
         return false;
     }
     const miscUtils::VariantHash& hash = variant.asHash();
-    if (!readInteger(family, hash, family.rateKey, out.rate) ||
-        !readInteger(family, hash, numChannelsKey, out.numChannels)) {
+    if (!readInteger(reading, hash, reading.family.rateKey, out.rate) ||
+        !readInteger(reading, hash, numChannelsKey, out.numChannels)) {
         return false;
     }
-    const std::optional<std::string> format = hash.get(family.formatKey).asString();
-    if (!isConverted(family, family.formatKey, format)) {
+    const std::optional<std::string> format = hash.get(reading.family.formatKey).asString();
+    if (!isConverted(reading, reading.family.formatKey, format)) {
         return false;
     }
     if (!fromString(out.format, *format)) {
-        KELDA_LOG(family.logger, ERROR,
-                  family.name << " configuration varianthash has " << family.name
-                              << " format value \"" << *format << "\" which isn't a valid "
-                              << family.name << " format string");
+        KELDA_LOG_AT(reading.caller, reading.family.logger, ERROR,
+                     reading.family.name << " configuration varianthash has " << reading.family.name
+                                         << " format value \"" << *format
+                                         << "\" which isn't a valid " << reading.family.name
+                                         << " format string");
         return false;
     }
     return true;
 }
 
-inline bool readRange(const AudioFamily& family, const miscUtils::VariantHash& hash,
-                      const char* key, IntegerRange& out)
+inline bool readRange(const Reading& reading, const miscUtils::VariantHash& hash, const char* key,
+                      IntegerRange& out)
 {
     const miscUtils::Variant& value = hash.get(key);
     if (!value.isValid()) {
-        KELDA_LOG(family.logger, ERROR,
-                  family.name << " capabilities varianthash has no \"" << key << "\" field");
+        KELDA_LOG_AT(reading.caller, reading.family.logger, ERROR,
+                     reading.family.name << " capabilities varianthash has no \"" << key
+                                         << "\" field");
         return false;
     }
     return out.fromVariant(value);
 }
 
 template<typename Format>
-bool appendFormat(const AudioFamily& family, const miscUtils::Variant& variant,
+bool appendFormat(const Reading& reading, const miscUtils::Variant& variant,
                   std::vector<Format>& out)
 {
     const std::optional<std::string> name = variant.asString();
     if (!name) {
-        KELDA_LOG(family.logger, ERROR,
-                  "got an invalid value of type "
-                      << variant.getType() << " (expected: string) in capabilities varianthash \""
-                      << family.formatsKey << "\" array");
+        KELDA_LOG_AT(reading.caller, reading.family.logger, ERROR,
+                     "got an invalid value of type "
+                         << variant.getType()
+                         << " (expected: string) in capabilities varianthash \""
+                         << reading.family.formatsKey << "\" array");
         return false;
     }
     Format format{};
     if (!fromString(format, *name)) {
-        KELDA_LOG(family.logger, ERROR,
-                  "the value \"" << *name << "\" in \"" << family.formatsKey
-                                 << "\" array is not a valid " << family.name << " format string");
+        KELDA_LOG_AT(reading.caller, reading.family.logger, ERROR,
+                     "the value \"" << *name << "\" in \"" << reading.family.formatsKey
+                                    << "\" array is not a valid " << reading.family.name
+                                    << " format string");
         return false;
     }
     out.push_back(format);
@@ -177,26 +191,27 @@ bool appendFormat(const AudioFamily& family, const miscUtils::Variant& variant,
 /// Each field is written as soon as it has been read, and the formats are appended to those that
 /// are there already.
 template<typename Format>
-bool fromVariant(const AudioFamily& family, const miscUtils::Variant& variant,
+bool fromVariant(const Reading& reading, const miscUtils::Variant& variant,
                  AudioCapabilitiesFields<Format>& out)
 {
-    if (!isHash(family.logger, variant)) {
+    if (!isHash(reading.family.logger, reading.caller, variant)) {
         return false;
     }
     const miscUtils::VariantHash& hash = variant.asHash();
-    if (!readRange(family, hash, family.ratesKey, out.rates) ||
-        !readRange(family, hash, numChannelsKey, out.numChannels)) {
+    if (!readRange(reading, hash, reading.family.ratesKey, out.rates) ||
+        !readRange(reading, hash, numChannelsKey, out.numChannels)) {
         return false;
     }
-    const miscUtils::Variant& formats = hash.get(family.formatsKey);
+    const miscUtils::Variant& formats = hash.get(reading.family.formatsKey);
     if (!formats.isValid()) {
-        KELDA_LOG(family.logger, ERROR,
-                  family.name << " capabilities varianthash has no or invalid \""
-                              << family.formatsKey << "\" field (expected: array of strings)");
+        KELDA_LOG_AT(reading.caller, reading.family.logger, ERROR,
+                     reading.family.name << " capabilities varianthash has no or invalid \""
+                                         << reading.family.formatsKey
+                                         << "\" field (expected: array of strings)");
         return false;
     }
     return std::ranges::all_of(formats.asArray(), [&](const miscUtils::Variant& format) {
-        return appendFormat(family, format, out.formats);
+        return appendFormat(reading, format, out.formats);
     });
 }
 
