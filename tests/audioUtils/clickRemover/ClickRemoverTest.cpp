@@ -52,6 +52,20 @@ std::vector<T> through(ClickRemover<T>& remover, std::vector<T> stream, std::siz
     return {stream.begin() + static_cast<std::ptrdiff_t>(skipped), stream.end()};
 }
 
+/// The fades that the log tells of.
+std::vector<std::string> required(const LogCapture& log)
+{
+    std::vector<std::string> messages = log.messages();
+    std::erase_if(messages, [](const std::string& m) { return m.find("required") == m.npos; });
+    return messages;
+}
+
+/// What is logged of a frame of the stream, which enters the line behind the delay's silence.
+std::string at(const std::string& fade, std::size_t frame)
+{
+    return fade + " required at " + std::to_string(delay + frame);
+}
+
 /// Signal of 1000 in [begin, end), one channel.
 std::vector<short> burst(std::size_t length, std::size_t begin, std::size_t end)
 {
@@ -141,10 +155,21 @@ TEST(ClickRemoverTest, PlaysOverAShortSilence)
     std::fill(stream.begin() + 6479, stream.begin() + 12000, short{1000}); // 10 ms later
     const std::vector<short> out = through(remover, stream, 480);
     EXPECT_TRUE(std::equal(out.begin() + 2720, out.begin() + 11000, stream.begin() + 2720));
-    const auto required = log.messages();
-    EXPECT_EQ(
-        std::ranges::count_if(required, [](const auto& m) { return m.starts_with("Fade in req"); }),
-        1);
+    EXPECT_THAT(required(log), ElementsAre(at("Fade in", 2000), at("Fade out", 11999)));
+}
+
+// The gap is from the last frame of signal to the next one, so that it holds one frame of silence
+// less than it is long.
+TEST(ClickRemoverTest, EndsASignalWhenTheNextOneIsMoreThanTheGapAway)
+{
+    ClickRemover<short> remover(10, 5, 10, false);
+    LogCapture log("ClickRemover", log4cplus::DEBUG_LOG_LEVEL);
+    std::vector<short> stream = burst(20000, 2000, 6000);
+    std::fill(stream.begin() + 6480, stream.begin() + 12000, short{1000}); // 10 ms of silence
+    const std::vector<short> out = through(remover, stream, 480);
+    EXPECT_THAT(required(log),
+                ElementsAre(at("Fade in", 2000), at("Fade in", 6480), at("Fade out", 11999)));
+    EXPECT_EQ(out[6480 + 240], 0) << "faded in anew, behind the margin";
 }
 
 TEST(ClickRemoverTest, FadesAShortSignalByItsHalves)
@@ -335,6 +360,41 @@ TEST(ClickRemoverTest, WrapsItsPositions)
         EXPECT_EQ(block[239], 0);
         EXPECT_NEAR(block[479], 500, 5);
     }
+}
+
+// What is logged of a fade is what it was reckoned with: 32 bits.
+TEST(ClickRemoverTest, TellsOfFadesBeyond2To31As32Bits)
+{
+    const auto fades = [](std::uint64_t pos) {
+        ClickRemover<short> remover(10, 5, 10, false);
+        std::vector<short> block(480, 1000);
+        remover.onWrite(pos, block.data(), rate, 1, 480);
+        remover.notifyUnderrun(pos + 480, rate);
+        LogCapture log("ClickRemover", log4cplus::DEBUG_LOG_LEVEL);
+        remover.onRead(pos, block.data(), rate, 1, 480);
+        return log.messages();
+    };
+    EXPECT_THAT(
+        fades(0x7FFF'FFFF),
+        ElementsAre("read at 2147483647, fade out: -2147483648 -> -2147483409 (1 -> 240)",
+                    "read at 2147483647, fade in: -2147483409 -> -2147483170 (240 -> 479)"));
+    EXPECT_THAT(
+        fades(0x8000'0000),
+        ElementsAre("read at -2147483648, fade out: -2147483647 -> -2147483408 (1 -> 240)",
+                    "read at -2147483648, fade in: -2147483408 -> -2147483169 (240 -> 479)"));
+    EXPECT_THAT(fades(0x1'0000'0100), ElementsAre("read at 256, fade out: 257 -> 496 (1 -> 240)",
+                                                  "read at 256, fade in: 496 -> 735 (240 -> 479)"));
+}
+
+// Only a position can be missing; a length of all ones is one.
+TEST(ClickRemoverTest, TellsALengthOfAllOnesAsANumber)
+{
+    ClickRemover<short> remover(10, 5, 10, false);
+    std::vector<short> block(480, 7);
+    remover.onWrite(0, block.data(), rate, 1, 480); // starts at 0, and has no end yet
+    LogCapture log("ClickRemover");
+    remover.onRead(0, block.data(), rate, 1, 480);
+    EXPECT_THAT(log.lines(), Contains("TRACE Signal detected (4294967295 frames)"));
 }
 
 // Wherever the blocks cut the fades.

@@ -548,14 +548,25 @@ TEST(GStreamerResamplerTest, ForgetsTheSignalAtAReset)
     EXPECT_THAT(log.messages(log4cplus::ERROR_LOG_LEVEL), IsEmpty());
 }
 
-TEST(GStreamerResamplerTest, GivesOutputAfterAResetWithoutTheProcessOperations)
+// resample() itself never begins anew, so a reset has to, also behind the end of a stream.
+TEST(GStreamerResamplerTest, GoesOnAsNewAfterAReset)
 {
-    GStreamerResampler resampler(1, 44100, 48000, GStreamerResampler::Float32, 4);
     std::vector<float> in = sine<float>(4410, 0.01);
-    std::vector<float> out(10'000);
-    resampler.resample(in.data(), 4410, out.data(), 10'000, false);
-    resampler.reset();
-    EXPECT_THAT(resampler.resample(in.data(), 4410, out.data(), 10'000, true), isAbout(4800));
+    const auto resample = [&in](GStreamerResampler& resampler, bool endOfStream) {
+        std::vector<float> out(10'000);
+        const int frames = resampler.resample(in.data(), 4410, out.data(), 10'000, endOfStream);
+        out.resize(static_cast<std::size_t>(frames));
+        return out;
+    };
+    GStreamerResampler resampler(1, 44100, 48000, GStreamerResampler::Float32, 4);
+    const std::vector<float> asNew = resample(resampler, true);
+    EXPECT_THAT(asNew.size(), isAbout<std::size_t>(4800));
+    for (const bool endOfStream : {true, false, true}) {
+        resampler.reset();
+        EXPECT_EQ(resample(resampler, true), asNew);
+        resampler.reset();
+        resample(resampler, endOfStream);
+    }
 }
 
 TEST(GStreamerResamplerTest, ResetsAtEqualRates)

@@ -290,7 +290,7 @@ void ClickRemover<T>::onRead(StreamPosition pos, T* data, std::int32_t sampleRat
             faded = clamped(to);
             if (faded != clamped(from)) {
                 KELDA_LOG(logger, DEBUG,
-                          "read at " << Printed{pos} << ", fade out: " << Printed{outStart}
+                          "read at " << Printed{position} << ", fade out: " << Printed{outStart}
                                      << " -> " << Printed{outEnd} << " (" << clamped(from) << " -> "
                                      << faded << ")");
                 fade(data, channels, clamped(from), faded,
@@ -316,7 +316,7 @@ void ClickRemover<T>::onRead(StreamPosition pos, T* data, std::int32_t sampleRat
     }
     if (from != to) {
         KELDA_LOG(logger, DEBUG,
-                  "read at " << Printed{pos} << ", fade in: " << Printed{inStart} << " -> "
+                  "read at " << Printed{position} << ", fade in: " << Printed{inStart} << " -> "
                              << Printed{inEnd} << " (" << from << " -> " << to << ")");
         const std::int32_t first = difference(position, inStart);
         fade(data, channels, from, to, sum(from, first), 1);

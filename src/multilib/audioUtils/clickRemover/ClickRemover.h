@@ -15,9 +15,10 @@ using StreamPosition = std::uint64_t;
 /// gap, an underrun.
 ///
 /// The audio passes through a delay line, so that each frame is seen before it leaves: where signal
-/// starts (a sample that is not 0, after more than `gap` of zeros) it is faded in, `margin` later;
-/// where it ends (more than `gap` of zeros follow) it is faded out, `margin` earlier; in between it
-/// is silent. The fades are rising and falling halves of a raised cosine,
+/// starts (a sample that is not 0) it is faded in, `margin` later; where it ends it is faded out,
+/// `margin` earlier; in between it is silent. A silence is played over when the last frame of
+/// signal before it and the first one behind it are at most `gap` apart. The fades are rising and
+/// falling halves of a raised cosine,
 ///
 ///     w[i] = (1 − cos(π i / n)) / 2,  0 <= i < n.
 ///
@@ -26,7 +27,7 @@ using StreamPosition = std::uint64_t;
 /// when the rate or the channels change; otherwise nothing is allocated.
 ///
 /// Positions are kept as 32-bit numbers in part: a stream of more than 2^31 frames (12 hours at 48
-/// kHz) wants a reset() somewhere in it.
+/// kHz) wants a reset() somewhere in it. The log's "read at" tells them so too.
 ///
 /// ```cpp
 /// ClickRemover<float> remover(10, 5, 5, false);
@@ -42,7 +43,7 @@ template<typename T>
 class KELDA_EXPORT ClickRemover
 {
 public:
-    /// @param gap        ms of silence that do not end a signal
+    /// @param gap        ms from a signal's last frame to the next one's first that don't end it
     /// @param margin     ms between a signal's edge and its fade
     /// @param fadeLength ms; beyond 5 a fade-out can begin late, for the line has 5 ms more than
     ///                   gap and margin

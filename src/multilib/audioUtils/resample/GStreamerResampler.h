@@ -74,7 +74,9 @@ public:
     /// Changes the rates, truncated to whole Hz.
     void setSamplingRate(float inRate, float outRate);
 
-    /// Forgets the signal and all counts.
+    /// Forgets the signal, all counts and what was kept for the next call: goes on as if new, also
+    /// after the input's end. At different rates the pipeline stops (GST_STATE_NULL) and starts
+    /// again, which takes its thread down and up; at equal rates there is nothing in it.
     void reset();
 
     /// What the pipeline is given: raw interleaved audio, for speakers in the order of WAVE's
