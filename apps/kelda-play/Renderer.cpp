@@ -24,6 +24,11 @@ Renderer::Renderer(audioUtils::PcmQueue& queue, audioUtils::OutputDevice& device
 
 namespace {
 
+log4cplus::Logger logger()
+{
+    return log4cplus::Logger::getInstance("kelda-play");
+}
+
 // A late wake-up is a late due time. Sleeps may end 50 us late by default, to save power; and other
 // threads come first, unless this one runs at real-time priority, which not every user may ask for.
 void wakeUpInTime()
@@ -41,6 +46,8 @@ void Renderer::run()
     while (!m_stopped) {
         if (!renderBlock()) {
             waitForDevice();
+        } else if (m_lost) {
+            noteReturn();
         }
     }
     m_renderer.playEnd();
@@ -54,22 +61,30 @@ bool Renderer::renderBlock()
     return record.isHeard();
 }
 
+// A device that opens is not one that plays: a sound server may take calls, and no sound.
 void Renderer::waitForDevice()
 {
     using namespace std::chrono;
-    const log4cplus::Logger logger = log4cplus::Logger::getInstance("kelda-play");
-    LOG4CPLUS_WARN(logger, "The device is gone; the stream goes on unheard until it is back");
-    const auto lost = steady_clock::now();
+    if (!m_lost) {
+        LOG4CPLUS_WARN(logger(), "The device is gone; the stream goes on unheard until it is back");
+        m_lost = steady_clock::now();
+        m_wait = milliseconds(100);
+    }
     m_device.close();
-    for (milliseconds wait(100); !m_stopped; wait = std::min(2 * wait, milliseconds(2000))) {
-        passUnheard(wait);
-        if (m_reopen()) {
-            const auto away = duration_cast<milliseconds>(steady_clock::now() - lost);
-            LOG4CPLUS_WARN(logger, "The device is back after " << away.count() << " ms");
+    while (!m_stopped && !m_device.isOpened()) {
+        passUnheard(std::exchange(m_wait, std::min(2 * m_wait, milliseconds(2000))));
+        if (!m_stopped && m_reopen()) {
             m_renderer.restart();
-            return;
         }
     }
+}
+
+void Renderer::noteReturn()
+{
+    using namespace std::chrono;
+    const auto away = duration_cast<milliseconds>(steady_clock::now() - *m_lost);
+    LOG4CPLUS_WARN(logger(), "The device is back after " << away.count() << " ms");
+    m_lost.reset();
 }
 
 // Read in time, so that the source goes on, and the device finds the stream where it is due.

@@ -65,7 +65,7 @@ enum kelda_status KELDA_ENUM {
     KELDA_ALREADY_OPEN = -9,     ///< the device is open
     KELDA_DEVICE_ERROR = -10,    ///< the device can't be opened, configured or asked
     KELDA_PREPARE_FAILED = -11,  ///< the device can't be prepared; nothing was written
-    KELDA_RECOVER_FAILED = -12,  ///< recovery failed: the rest of the frames was dropped
+    KELDA_RECOVER_FAILED = -12,  ///< recovery failed, or was in vain: the rest was dropped
     KELDA_INTERNAL_ERROR = -13   ///< an error that this library did not expect
 };
 /// What a call came to.
@@ -482,8 +482,9 @@ KELDA_EXPORT int kelda_device_is_open(const kelda_device* device) KELDA_NOEXCEPT
 /// @param frames how many, up to 2^31 - 1
 /// @return KELDA_OK; KELDA_UNDERRUN when all was written, but the device had run dry or failed on
 ///         the way and has recovered; KELDA_INVALID_ARGUMENT, KELDA_NOT_OPEN, KELDA_PREPARE_FAILED;
-///         KELDA_RECOVER_FAILED when the rest of the frames was dropped: the device is probably
-///         gone
+///         KELDA_RECOVER_FAILED when the rest of the frames was dropped, after a recovery that
+///         failed, 100 between which no frame was taken, or 100 attempts that took none: the
+///         device is probably gone
 KELDA_EXPORT kelda_status kelda_device_write(kelda_device* device, const void* data,
                                              size_t frames) KELDA_NOEXCEPT;
 

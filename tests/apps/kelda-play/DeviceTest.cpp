@@ -308,6 +308,41 @@ TEST_F(DeviceTest, WaitsForADeviceThatVanishesAndIsInStepWhenItIsBack)
     EXPECT_GT(heard().back(), numFrames - 10);
 }
 
+// As a sound server that has died: it can be opened and repaired, but nothing can be written.
+TEST_F(DeviceTest, WaitsForADeviceThatTakesNothingMoreAndIsInStepWhenItDoesAgain)
+{
+    card->faultRepeats = forEver;
+    const auto takeNothing = [this] {
+        waitUntilTaken(48'000);
+        card->fault = -EPIPE;
+        std::this_thread::sleep_for(std::chrono::milliseconds(500));
+        card->fault = 0;
+    };
+    ASSERT_EQ(playWhile("--log-level info", takeNothing), 0) << err;
+    EXPECT_THAT(err, HasSubstr("ERROR AudioUtils: Device accepts no frames after 100 recoveries"));
+    EXPECT_THAT(err, HasSubstr("WARN  kelda-play: The device is gone; "));
+    EXPECT_THAT(err, ContainsRegex("WARN  kelda-play: The device is back after [0-9]+ ms\n"));
+    EXPECT_LE(numOccurrences(err, "underrun occurred"), 100U * (card->opens - 2))
+        << "tried again without a rest";
+    const auto at = out.find(" while the device was gone\n");
+    ASSERT_NE(at, std::string::npos) << out;
+    expectAllCounted(std::stoul(out.substr(out.rfind(' ', at - 1))));
+    EXPECT_NEAR(stepsBetweenRuns(), 0, 20) << "ms";
+    EXPECT_GT(heard().back(), numFrames - 10);
+}
+
+TEST_F(DeviceTest, TriesADeviceThatTakesNothingLessAndLessOftenAndEndsOnCtrlC)
+{
+    card->fault = -EPIPE;
+    card->faultRepeats = forEver;
+    EXPECT_EQ(interrupt("--loop --device faulty " + file, SIGINT), 3) << err;
+    EXPECT_THAT(err, EndsWith("kelda-play: device faulty has not come back\n"));
+    EXPECT_EQ(numOccurrences(err, "The device is gone"), 1U) << err;
+    EXPECT_THAT(err, Not(HasSubstr("The device is back"))) << "nothing was heard";
+    EXPECT_EQ(card->framesTaken, 0U);
+    EXPECT_LE(card->opens, 10U) << "to be asked; at 0, 0.1, 0.3, 0.7, 1.5 s ...";
+}
+
 TEST_F(DeviceTest, EndsWhenTheDeviceNeverComesBack)
 {
     EXPECT_EQ(playWhile("",

@@ -281,6 +281,116 @@ TEST_F(AlsaOutputDeviceWriteTest, TellsAFailedRecovery)
     EXPECT_EQ(card->framesTaken, 100U);
 }
 
+// A sound server that has died: every recovery succeeds, and no write does.
+class AlsaOutputDeviceStandstill : public AlsaOutputDeviceWriteTest
+{
+protected:
+    void SetUp() override
+    {
+        open();
+        fill();
+        card->faultAtFrame = 5'000; // inside the next block
+    }
+
+    /// So many recoveries before a frame is taken.
+    void recoverInVain(std::uint32_t times)
+    {
+        card->fault = -EPIPE;
+        card->faultRepeats = times - 1;
+    }
+
+    void expectGivenUp(std::uint32_t recoveries, std::uint32_t writes, std::uint64_t taken)
+    {
+        const std::uint32_t before = card.count(Call::snd_pcm_writei);
+        EXPECT_EQ(write(480), OutputDevice::RecoverFailed);
+        EXPECT_EQ(card.count(Call::snd_pcm_recover), recoveries);
+        EXPECT_EQ(card.count(Call::snd_pcm_writei) - before, writes);
+        EXPECT_THAT(log.takeLines(),
+                    ElementsAre("ERROR Device accepts no frames after 100 recoveries"));
+        EXPECT_EQ(card->framesTaken, taken);
+    }
+};
+
+TEST_F(AlsaOutputDeviceStandstill, IsOverWithAFrameThatIsTakenAfter99Recoveries)
+{
+    recoverInVain(99);
+    EXPECT_EQ(write(480), OutputDevice::Underrun);
+    EXPECT_EQ(card.count(Call::snd_pcm_recover), 99U);
+    EXPECT_THAT(log.lines(), IsEmpty());
+    recoverInVain(99);
+    card->faultAtFrame = 5'300;
+    EXPECT_EQ(write(480), OutputDevice::Underrun) << "counted anew";
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(AlsaOutputDeviceStandstill, EndsAfter100Recoveries)
+{
+    recoverInVain(100);
+    expectGivenUp(100, 1 + 100, 5'000);
+}
+
+TEST_F(AlsaOutputDeviceStandstill, IsCountedAnewWithinAWriteForEachFrameTaken)
+{
+    card->faultEvery = 1; // each frame of the block fails once
+    recoverInVain(280);
+    EXPECT_EQ(write(480), OutputDevice::Underrun);
+    EXPECT_EQ(card.count(Call::snd_pcm_recover), 280U);
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(AlsaOutputDeviceStandstill, IsOverWithAFrameThatIsTakenAfter99EmptyWrites)
+{
+    for (int block = 0; block < 2; ++block) {
+        card->emptyWrites = 99;
+        EXPECT_EQ(write(480), OutputDevice::Success) << "nothing has failed";
+    }
+    EXPECT_EQ(card.count(Call::snd_pcm_writei), 10U + 2 * 100);
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(AlsaOutputDeviceStandstill, OfEmptyWritesIsCountedAnewWithinAWriteForEachFrameTaken)
+{
+    card->fault = -EINTR; // in the midst of a block: a part of it is taken
+    card->faultRepeats = 1;
+    card->faultEvery = 100;
+    card->emptyAfterFault = 60;
+    EXPECT_EQ(write(480), OutputDevice::Success);
+    EXPECT_EQ(card->emptyWrites, 0U);
+    EXPECT_EQ(card.count(Call::snd_pcm_writei), 10U + 3 + 2 * 60);
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(AlsaOutputDeviceStandstill, EndsAfter100EmptyWrites)
+{
+    card->emptyWrites = 100;
+    expectGivenUp(0, 100, 4'800);
+}
+
+TEST_F(AlsaOutputDeviceStandstill, EndsThoughRecoveriesAndEmptyWritesTakeTurns)
+{
+    card->emptyAfterFault = 1;
+    recoverInVain(200);
+    expectGivenUp(100, 200, 5'000);
+}
+
+TEST_F(AlsaOutputDeviceStandstill, IsNoMatterOfEmptyWritesBetweenWhichSomethingElseFails)
+{
+    card->emptyAfterFault = 60;
+    recoverInVain(2);
+    EXPECT_EQ(write(480), OutputDevice::Underrun);
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(AlsaOutputDeviceStandstill, EndsEachWriteAnew)
+{
+    recoverInVain(250);
+    for (const auto result : {OutputDevice::RecoverFailed, OutputDevice::RecoverFailed,
+                              OutputDevice::Underrun, OutputDevice::Success}) {
+        EXPECT_EQ(write(480), result);
+    }
+    EXPECT_EQ(card.count(Call::snd_pcm_recover), 250U);
+}
+
 TEST_F(AlsaOutputDeviceWriteTest, BelievesNoCardThatTakesMoreThanItWasGiven)
 {
     open();

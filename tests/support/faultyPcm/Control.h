@@ -83,6 +83,7 @@ struct Control
     std::atomic<std::int32_t> fault;
     std::atomic<std::uint32_t> faultRepeats; // how many times more, each `faultEvery` frames later
     std::atomic<std::uint64_t> faultEvery;
+    std::atomic<std::uint32_t> emptyAfterFault; // added to emptyWrites with each
 
     // Single calls of libasound.
     std::array<std::atomic<std::int32_t>, numCalls> results; // returned instead of calling; 0: none
@@ -90,6 +91,7 @@ struct Control
     std::array<std::atomic<std::int64_t>, numCalls> values; // the latest one passed, of the setters
     std::array<std::atomic<Call>, 256> sequence; // of the first calls since numSequence was 0
     std::atomic<std::uint32_t> numSequence;
+    std::atomic<std::uint32_t> emptyWrites; // how many calls of snd_pcm_writei still take nothing
 
     // The status. Times in ns; the plugin library itself gives none but the system's.
     std::atomic<std::uint32_t> zeroTimestamps; // how many statuses still lack a system timestamp

@@ -336,6 +336,7 @@ private:
         }
         const int error = faultFor(size);
         if (error < 0) {
+            m_control->emptyWrites += m_control->emptyAfterFault;
             return error;
         }
         if (const std::uint32_t most = m_control->shortWrites; most != 0) {

@@ -32,6 +32,35 @@ TimeValue inNanoseconds(const snd_htimestamp_t& time)
     return static_cast<TimeValue>(time.tv_sec * nanosecondsPerSecond + time.tv_nsec);
 }
 
+/// What a device has done since it took a frame. A sound server that has died is repaired again and
+/// again, and each time it says that it is.
+class Standstill
+{
+public:
+    static constexpr int mostInVain = 100;
+
+    void recovers()
+    {
+        ++m_recoveries;
+        m_emptyWrites = 0;
+    }
+
+    void takes(std::int64_t numFrames)
+    {
+        m_recoveries = numFrames == 0 ? m_recoveries : 0;
+        m_emptyWrites = numFrames == 0 ? m_emptyWrites + 1 : 0;
+    }
+
+    [[nodiscard]] bool isForGood() const
+    {
+        return m_recoveries >= mostInVain || m_emptyWrites >= mostInVain;
+    }
+
+private:
+    int m_recoveries = 0;
+    int m_emptyWrites = 0; // in a row
+};
+
 template<typename Object>
 std::string dumped(Object* object, int (*dump)(Object*, snd_output_t*))
 {
@@ -317,7 +346,13 @@ OutputDevice::WriteReturnValue AlsaOutputDevice::writeFrames(const unsigned char
 {
     WriteReturnValue result = Success;
     auto left = static_cast<std::int64_t>(numFrames);
+    Standstill standstill;
     while (left >= 1) {
+        if (standstill.isForGood()) {
+            KELDA_LOG(logger, ERROR,
+                      "Device accepts no frames after " << Standstill::mostInVain << " recoveries");
+            return RecoverFailed;
+        }
         const snd_pcm_sframes_t written =
             snd_pcm_writei(m_pcmHandle.get(), frames, static_cast<snd_pcm_uframes_t>(left));
         if (written < 0) {
@@ -327,6 +362,7 @@ OutputDevice::WriteReturnValue AlsaOutputDevice::writeFrames(const unsigned char
                 KELDA_LOG(logger, ERROR, "snd_pcm_recover error: " << snd_strerror(error));
                 return RecoverFailed;
             }
+            standstill.recovers();
             continue; // with the same frames
         }
         if (written > left) {
@@ -335,6 +371,7 @@ OutputDevice::WriteReturnValue AlsaOutputDevice::writeFrames(const unsigned char
                           << written << ") were written than were available (" << left << ")");
             break;
         }
+        standstill.takes(written);
         left -= written;
         frames += static_cast<std::uint64_t>(written) * m_numChannels * m_numBytesPerSample;
     }

@@ -70,8 +70,10 @@ public:
     /// Blocks until the device has taken all frames, and refreshes the timing while it is running.
     ///
     /// @return Underrun when the stream had failed and was repaired on the way;
-    ///         RecoverFailed when it could not be repaired: the rest of the buffer was dropped, and
-    ///         the device is probably gone.
+    ///         RecoverFailed when it could not be repaired, or has taken no frame between 100
+    ///         repairs, or in 100 attempts in a row: the rest of the buffer was dropped, and the
+    ///         device is probably gone. close() it: what a plugin of ALSA gathers with each repair
+    ///         is freed then.
     WriteReturnValue write(void* buffer, std::uint64_t numFrames) override;
 
     /// Closes the device and opens it again with another geometry; all else stays as it was opened

@@ -54,7 +54,7 @@ public:
         Underrun = 1,      ///< written, but the device had run dry or failed, and has recovered
         NotOpened = 2,     ///< nothing was written
         PrepareFailed = 3, ///< the device could not be prepared; nothing was written
-        RecoverFailed = 4, ///< recovery from an error failed; the rest of the buffer was dropped
+        RecoverFailed = 4, ///< recovery from an error failed, or was in vain: the rest was dropped
     };
 
     /// Closes the device.
