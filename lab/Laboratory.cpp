@@ -89,11 +89,14 @@ public:
 
     Result run()
     {
+        m_result.sync.beginStream(m_scenario.sampleRate);
         const double early = m_scenario.seconds / 24;
         playUntil(early);
         const std::uint64_t heap = heapInUse();
         playUntil(m_scenario.seconds);
-        m_result.heapGrowth = std::max(heapInUse(), heap) - heap;
+        if (heap > 0) {
+            m_result.heapGrowth = std::max(heapInUse(), heap) - heap;
+        }
         m_result.frames.close(m_queue, m_scenario.sampleRate);
         if (isAudio()) {
             m_renderer->playEnd();
@@ -159,24 +162,22 @@ private:
         if (isAccounted()) {
             m_result.frames.addBlock(m_renderer->lastBlock(), record);
         }
-        const std::optional<double> frame =
-            isAudio() ? std::optional(0.0) : firstFrameOf(m_renderer->lastBlock());
-        const double time = static_cast<double>(now - start) * 1e-9;
-
         m_result.alignments += record.isRealigned ? 1 : 0;
-        m_result.underruns += record.result == audioUtils::OutputDevice::Underrun ? 1 : 0;
-        if (!record.isContinuous() || !frame || !wasRunning ||
-            record.result != audioUtils::OutputDevice::Success) {
-            m_result.sync.addInterruption(time, record.skippedFrames > 0,
-                                          record.silenceFrames + record.paddedFrames > 0);
-            return;
-        }
-        const double error = isAudio() ? static_cast<double>(record.delta) / 1000
-                                       : (heard - m_source.idealTimeOf(*frame)) / 1000;
         const double needed = m_source.ppmAt(now) - m_device.truePpm();
-        m_result.sync.addBlock(time, error, record.adjustmentPpm - needed);
-        m_result.series.add(
-            {time, error, record.adjustmentPpm, static_cast<double>(record.queueFill) * 1e-6});
+        m_result.sync.add(record, errorOf(record, wasRunning ? std::optional(heard) : std::nullopt),
+                          record.adjustmentPpm - needed);
+    }
+
+    /// us; none where it can't be told.
+    /// @param heard ns, when the block's first frame is; none: not known yet
+    std::optional<double> errorOf(const BlockRecord& record, std::optional<double> heard)
+    {
+        if (isAudio()) {
+            return heard ? std::optional(static_cast<double>(record.delta) / 1000) : std::nullopt;
+        }
+        const std::optional<double> frame = firstFrameOf(m_renderer->lastBlock());
+        return heard && frame ? std::optional((*heard - m_source.idealTimeOf(*frame)) / 1000)
+                              : std::nullopt;
     }
 
     Scenario m_scenario;

@@ -36,18 +36,23 @@ void addClicks(std::vector<keldaReport::Line>& table, const Result& result,
         times.insert(times.end(), {0.5, audio.seconds() - 0.1});
         return times;
     };
-    double smallest = 200; // of the gains at each
+    std::optional<double> smallest; // of the gains at each
     const auto times = interruptions(withClicks);
     const auto timesAfter = interruptions(result.played);
     for (std::size_t i = 0; i < times.size(); ++i) {
         const double before = loudestAround({times[i]}, withClicks);
         if (before > audibleDb) {
-            smallest = std::min(smallest, before - loudestAround({timesAfter[i]}, result.played));
+            const double gain = before - loudestAround({timesAfter[i]}, result.played);
+            smallest = std::min(smallest.value_or(gain), gain);
         }
     }
-    table.push_back({"with clicks", "dBFS", loudestAround(times, withClicks)});
-    table.push_back({"clicks", "dBFS", loudestAround(timesAfter, result.played)});
-    table.push_back({"clicks, change", "dB", -smallest});
+    const bool isHeard = result.sync.counts().dataFrames() > 0;
+    const auto loudest = [isHeard](const std::vector<double>& at, const keldaReport::Audio& audio) {
+        return isHeard ? std::optional(loudestAround(at, audio)) : std::nullopt;
+    };
+    table.push_back({"with clicks", "dBFS", loudest(times, withClicks)});
+    table.push_back({"clicks", "dBFS", loudest(timesAfter, result.played)});
+    table.push_back({"clicks, change", "dB", smallest ? std::optional(-*smallest) : std::nullopt});
 }
 
 void addFrames(std::vector<keldaReport::Line>& table, const FrameAccounts& frames)
@@ -75,9 +80,15 @@ void addEvents(std::vector<keldaReport::Line>& table, const Result& result,
     table.push_back({"faults", "", static_cast<double>(events.size())});
     table.push_back({"faults to be noticed", "", expected});
     table.push_back({"alignments", "", static_cast<double>(result.alignments)});
-    const double noticed = static_cast<double>(result.sync.events() - result.alignments);
-    table.push_back({"events miscounted", "", std::abs(noticed - expected)});
-    table.push_back({"heap growth", "KiB", static_cast<double>(result.heapGrowth) / 1024});
+    const double noticed =
+        static_cast<double>(result.sync.events().size()) - static_cast<double>(result.alignments);
+    const bool isHeard = result.sync.counts().dataFrames() > 0;
+    table.push_back({"events miscounted", "",
+                     isHeard ? std::optional(std::abs(noticed - expected)) : std::nullopt});
+    table.push_back({"heap growth", "KiB",
+                     result.heapGrowth
+                         ? std::optional(static_cast<double>(*result.heapGrowth) / 1024)
+                         : std::nullopt});
 }
 
 } // namespace
@@ -87,7 +98,6 @@ std::vector<keldaReport::Line> tableOf(const Result& result, const Scenario& sce
 {
     std::vector<keldaReport::Line> table = keldaReport::linesOf(result.sync);
     table.push_back({"ratio jitter, rms", "ppm", result.sync.adjustmentJitter()});
-    table.push_back({"underruns", "", static_cast<double>(result.underruns)});
     if (scenario.content == "numbers" && !scenario.clicks.enabled) {
         addFrames(table, result.frames);
     }

@@ -58,13 +58,16 @@ int main(int argc, char** argv)
                                                : keldaLab::runWithClicks(scenario);
         const std::vector<keldaReport::Line> table =
             keldaLab::tableOf(result, scenario, without.samples.empty() ? nullptr : &without);
-        std::printf("%s\n%s", scenario.title.c_str(), keldaReport::textOf(table).c_str());
+        std::printf("%s\n  %s\n%s", scenario.title.c_str(),
+                    keldaReport::verdictOf(result.sync).c_str(),
+                    keldaReport::textOf(table).c_str());
         if (!reportFolder.empty()) {
             const bool isAudio = !without.samples.empty();
             keldaReport::write(reportFolder,
-                               {scenario.title, table, result.series.spans(),
-                                result.sync.eventTimes(), isAudio ? &without : nullptr,
-                                isAudio ? &result.played : nullptr});
+                               {scenario.title, result.sync, table,
+                                keldaReport::factsOfProcess("kelda-lab " KELDA_VERSION),
+                                isAudio ? &without : nullptr, isAudio ? &result.played : nullptr});
+            std::printf("  report: %s/index.html\n", reportFolder.c_str());
         }
         return keldaReport::isReached(table) ? 0 : 1;
     } catch (const std::exception& error) {

@@ -5,6 +5,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "Verdict.h"
+
 namespace keldaPlay {
 
 namespace {
@@ -34,11 +36,33 @@ double milliseconds(double nanoseconds)
 
 Json countsOf(const Statistics& statistics)
 {
-    return {{"underruns", statistics.underruns()},
-            {"skippedFrames", statistics.skippedFrames()},
-            {"missingFrames", statistics.paddedFrames()},
-            {"gapFrames", statistics.insertedFrames()},
-            {"unheardFrames", statistics.unheardFrames()}};
+    const keldaSync::FrameCounts& counts = statistics.counts();
+    return {{"underruns", counts.underruns()},
+            {"skippedFrames", counts.skippedFrames()},
+            {"missingFrames", counts.missingFrames()},
+            {"gapFrames", counts.gapFrames()},
+            {"discardedFrames", counts.discardedFrames()},
+            {"unheardFrames", counts.unheardFrames()}};
+}
+
+// null: not measured.
+Json errorsOf(const keldaSync::ErrorStatistics& errors)
+{
+    const auto field = [&errors](double us) {
+        return errors.areMeasured() ? Json(rounded(us)) : Json();
+    };
+    return {{"errorMean", field(errors.mean())},
+            {"errorRms", field(errors.rms())},
+            {"errorP99", field(errors.percentile(0.99))},
+            {"errorWorst", field(errors.signedWorst())}};
+}
+
+Json verdictFieldsOf(const Statistics& statistics)
+{
+    return {{"verdict", toString(verdictOf(statistics))},
+            {"reason", reasonOf(statistics)},
+            {"lockTime", statistics.hasLocked() ? Json(rounded(statistics.lockTime())) : Json()},
+            {"events", statistics.events().size()}};
 }
 
 } // namespace
@@ -84,7 +108,7 @@ void JsonPresenter::goesOn(const Progress& progress)
     }
     const BlockRecord& last = progress.last;
     Json event = {{"event", "status"},
-                  {"position", rounded(progress.statistics.dataSeconds())},
+                  {"position", rounded(progress.statistics.counts().dataSeconds())},
                   {"file", progress.track != nullptr ? Json(progress.track->index) : Json()},
                   {"filePosition", rounded(progress.trackPosition)},
                   {"queue", milliseconds(static_cast<double>(last.queueFill))},
@@ -119,13 +143,15 @@ void JsonPresenter::ends(const Statistics& statistics, ExitStatus status, const 
     }
     Json event = {{"event", "end"}, {"status", static_cast<int>(status)}};
     if (m_hasStarted) {
-        event.update({{"played", rounded(statistics.dataSeconds())},
-                      {"blocks", statistics.blocks()},
-                      {"silence", rounded(statistics.silenceSeconds())},
-                      {"errorMean", rounded(statistics.meanError())},
-                      {"errorRms", rounded(statistics.rmsError())},
-                      {"errorWorst", rounded(statistics.worstError())}});
+        event.update({{"played", rounded(statistics.counts().dataSeconds())},
+                      {"blocks", statistics.counts().blocks()},
+                      {"silence", rounded(statistics.counts().silenceSeconds())}});
+        event.update(errorsOf(statistics.errors()));
         event.update(countsOf(statistics));
+        event.update(verdictFieldsOf(statistics));
+    }
+    if (!m_reportPage.empty()) {
+        event["report"] = m_reportPage;
     }
     print(event);
 }

@@ -21,12 +21,14 @@ public:
     void ranDry(double position) override;
     void deviceIsLost(double position) override;
     void deviceIsBack(double position, double secondsAway) override;
+    void reportIsWritten(const std::string& page) override { m_reportPage = page; }
     void ends(const Statistics& statistics, ExitStatus status, const std::string& error) override;
 
 private:
     ColorChoice m_color;
     Interval m_interval{std::chrono::seconds(1)};
     bool m_hasStarted = false;
+    std::string m_reportPage;
 };
 
 } // namespace keldaPlay

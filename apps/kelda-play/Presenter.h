@@ -20,6 +20,10 @@ struct StreamStart
     std::string carried;                    ///< what the samples stand for, if not for themselves
 };
 
+/// "fake: 48000 Hz, 2 channels, S16LE, period 480, ...": a device as it was granted.
+[[nodiscard]] std::string textOf(const DeviceRequest& request,
+                                 const audioUtils::OutputDevice& device);
+
 /// How playing goes.
 struct Progress
 {
@@ -44,6 +48,8 @@ public:
     virtual void ranDry(double position) = 0;
     virtual void deviceIsLost(double position) = 0;
     virtual void deviceIsBack(double position, double secondsAway) = 0;
+    /// @param page the path of the page to be looked at
+    virtual void reportIsWritten(const std::string& page) = 0;
     /// @param error in one line; empty where there was none
     virtual void ends(const Statistics& statistics, ExitStatus status,
                       const std::string& error) = 0;

@@ -3,12 +3,15 @@
 #include <algorithm>
 #include <cmath>
 #include <exception>
+#include <iomanip>
+#include <sstream>
 #include <stdexcept>
 #include <thread>
 
 #include "DopNegotiation.h"
 #include "Errors.h"
 #include "Negotiation.h"
+#include "Report.h"
 #include "Timeline.h"
 
 namespace keldaPlay {
@@ -37,6 +40,32 @@ void configureQueue(audioUtils::PcmQueue& queue, const Options& options, const P
                     jumpThreshold, filterMaxError);
 }
 
+std::string textOf(const Options& options)
+{
+    std::ostringstream text;
+    const DriftOptions& drift = options.drift;
+    switch (drift.correction) {
+    case Correction::None:
+        return "none";
+    case Correction::Resample:
+        text << "resample";
+        break;
+    case Correction::Device:
+        text << "device, " << options.pll;
+        break;
+    }
+    text << "; Kp " << drift.Kp << ", Ki " << drift.Ki << ", Kd " << drift.Kd << ", at most "
+         << drift.limitPpm << " ppm";
+    return text.str();
+}
+
+std::string secondsText(double seconds)
+{
+    std::ostringstream text;
+    text << std::fixed << std::setprecision(3) << seconds << " s";
+    return text.str();
+}
+
 } // namespace
 
 Session::Session(const Playing& playing, std::span<const Track> tracks, bool loop,
@@ -54,6 +83,7 @@ Session::Session(const Playing& playing, std::span<const Track> tracks, bool loo
       m_device(createDevice(m_options.device))
 {
     openDevice();
+    m_granted = textOf(m_request, *m_device);
     configureQueue(m_queue, m_options, m_playlist, m_queued);
     if (converts()) {
         m_converter.emplace(m_options.resampler, m_playlist.rate(), m_device->sampleRate(),
@@ -146,10 +176,10 @@ void Session::run()
     m_device->drain();
     m_device->close();
     m_observer->finish(m_playing.signals.haveCome());
+    writeReport();
     if (unreadable) {
         std::rethrow_exception(unreadable);
     }
-    writeReport();
     checkResult();
 }
 
@@ -193,11 +223,19 @@ void Session::watch(const Renderer& renderer, Producer& producer)
 
 void Session::writeReport() const
 {
-    if (m_observer->sync() != nullptr) {
-        m_observer->sync()->write(
-            m_options.reportFolder, m_options.device + ": " + m_options.files.front(),
-            m_before ? &m_before->audio() : nullptr, m_after ? &m_after->audio() : nullptr);
+    if (m_options.reportFolder.empty()) {
+        return;
     }
+    const Statistics& sync = m_playing.statistics;
+    std::vector<keldaReport::Fact> facts = keldaReport::factsOfProcess("kelda-play " KELDA_VERSION);
+    facts.push_back({"device", m_granted});
+    facts.push_back({"correction", textOf(m_options)});
+    facts.push_back({"duration", secondsText(sync.seconds())});
+    keldaReport::write(m_options.reportFolder,
+                       {m_options.device + ": " + m_options.files.front(), sync,
+                        keldaReport::linesOf(sync), facts, m_before ? &m_before->audio() : nullptr,
+                        m_after ? &m_after->audio() : nullptr});
+    m_playing.presenter.reportIsWritten(m_options.reportFolder + "/index.html");
 }
 
 void Session::checkResult()

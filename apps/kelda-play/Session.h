@@ -78,6 +78,7 @@ private:
     FrameLayout m_queued;              // as it is queued
     DeviceRequest m_request;
     std::unique_ptr<audioUtils::OutputDevice> m_device;
+    std::string m_granted; // of the device, for the report
     bool m_isGone = false;
     audioUtils::PcmQueue m_queue;
     std::optional<ClickFilter> m_clicks;

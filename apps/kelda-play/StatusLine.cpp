@@ -56,14 +56,14 @@ void StatusLine::end()
 
 std::string StatusLine::text(const Statistics& statistics, const BlockRecord& last)
 {
-    const double position = statistics.dataSeconds();
+    const double position = statistics.counts().dataSeconds();
     const auto minutes = static_cast<unsigned int>(position / 60);
     std::array<char, 160> line{};
     std::snprintf(line.data(), line.size(),
                   "%02u:%04.1f  queue %3.0f ms  delay %5.1f ms  error %+6.0f us  underruns %lu",
                   minutes, position - minutes * 60.0, static_cast<double>(last.queueFill) / 1e6,
                   static_cast<double>(last.deviceDelay) / 1e6,
-                  static_cast<double>(last.delta) / 1e3, statistics.underruns());
+                  static_cast<double>(last.delta) / 1e3, statistics.counts().underruns());
     return line.data();
 }
 

@@ -10,9 +10,6 @@ using miscUtils::TimeValue;
 StreamObserver::StreamObserver(const Options& options, Presenter& presenter, Statistics& statistics)
     : m_presenter(presenter), m_statistics(statistics)
 {
-    if (!options.reportFolder.empty()) {
-        m_sync.emplace();
-    }
     if (!options.tracePath.empty()) {
         m_trace.emplace(options.tracePath);
     }
@@ -41,9 +38,6 @@ void StreamObserver::takeRecords()
     for (const BlockRecord& record : m_journal.take()) {
         m_statistics.add(record);
         tellIncidents(record);
-        if (m_sync) {
-            m_sync->add(record);
-        }
         if (m_trace) {
             m_trace->write(record);
         }
@@ -62,7 +56,7 @@ void StreamObserver::tellTracks(TimeValue now)
 
 void StreamObserver::tellIncidents(const BlockRecord& record)
 {
-    const std::int64_t time = static_cast<std::int64_t>(record.dueTime) - record.deviceDelay;
+    const std::int64_t time = record.time();
     if (record.result == OutputDevice::Underrun) {
         m_presenter.ranDry(position());
     }

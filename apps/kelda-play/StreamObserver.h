@@ -7,7 +7,6 @@
 #include "Options.h"
 #include "Presenter.h"
 #include "Statistics.h"
-#include "SyncRecord.h"
 #include "Trace.h"
 #include "TrackSchedule.h"
 
@@ -34,9 +33,6 @@ public:
     /// @param wasInterrupted tracks that are due later have not been heard
     void finish(bool wasInterrupted);
 
-    /// For the report, if the user wants one.
-    [[nodiscard]] const SyncRecord* sync() const { return m_sync ? &*m_sync : nullptr; }
-
     [[nodiscard]] bool isTraceComplete() { return !m_trace || m_trace->isComplete(); }
 
 private:
@@ -44,13 +40,12 @@ private:
     void tellTracks(miscUtils::TimeValue now);
     void tellIncidents(const BlockRecord& record);
     void tellProgress(miscUtils::TimeValue now);
-    [[nodiscard]] double position() const { return m_statistics.dataSeconds(); }
+    [[nodiscard]] double position() const { return m_statistics.counts().dataSeconds(); }
 
     Presenter& m_presenter;
     Statistics& m_statistics;
     Journal m_journal;
     TrackSchedule m_schedule;
-    std::optional<SyncRecord> m_sync;
     std::optional<Trace> m_trace;
     TrackSchedule::Entry m_current;
     BlockRecord m_last;

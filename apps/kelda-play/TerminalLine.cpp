@@ -15,7 +15,6 @@ namespace keldaPlay {
 namespace {
 
 constexpr std::size_t leastName = 8; // columns that are worth the beginning of a name
-constexpr double largeError = 1e6;   // ns
 
 struct Field
 {
@@ -36,14 +35,15 @@ std::string formatted(const char* format, Values... values)
 std::vector<Field> fieldsOf(const Progress& progress)
 {
     const BlockRecord& last = progress.last;
-    const std::uint64_t underruns = progress.statistics.underruns();
+    const std::uint64_t underruns = progress.statistics.counts().underruns();
     const std::optional<double> duration =
         progress.track != nullptr ? progress.track->seconds() : std::nullopt;
     const auto error = static_cast<double>(last.delta);
     return {{timeText(progress.trackPosition, duration), 5},
             {formatted("queue %3.0f ms", static_cast<double>(last.queueFill) / 1e6), 3},
             {formatted("delay %5.1f ms", static_cast<double>(last.deviceDelay) / 1e6), 1},
-            {formatted("error %+6.0f us", error / 1e3), 2, std::abs(error) > largeError},
+            {formatted("error %+6.0f us", error / 1e3), 2,
+             std::abs(error) / 1e3 > keldaSync::ErrorStatistics::limitUs},
             {formatted("underruns %lu", underruns), 4, underruns > 0}};
 }
 

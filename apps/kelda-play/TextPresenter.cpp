@@ -19,10 +19,7 @@ void TextPresenter::streamStarts(const StreamStart& start)
     const audioUtils::OutputDevice& device = start.device;
     m_hasStarted = true;
     m_status.end();
-    std::printf("%s: %u Hz, %u channel%s, %s, period %lu, buffer %lu, start %lu frames\n",
-                request.name.c_str(), device.sampleRate(), device.numChannels(),
-                device.numChannels() == 1 ? "" : "s", audioUtils::toString(request.format),
-                device.periodSize(), device.bufferSize(), device.startThreshold());
+    std::printf("%s\n", textOf(request, device).c_str());
     const audioUtils::PcmAudioInfo obtained(static_cast<int>(request.sampleRate),
                                             static_cast<int>(request.numChannels), request.format);
     if (!start.carried.empty()) {
@@ -41,7 +38,10 @@ void TextPresenter::ends(const Statistics& statistics, ExitStatus /*status*/,
 {
     if (m_hasStarted) {
         m_status.end();
-        std::printf("%s", statistics.summary(m_isColored).c_str());
+        std::printf("%s", summaryOf(statistics, m_isColored).c_str());
+        if (!m_reportPage.empty()) {
+            std::printf("report        %s\n", m_reportPage.c_str());
+        }
         std::fflush(stdout);
     }
     if (!error.empty()) {

@@ -18,6 +18,7 @@ public:
     void ranDry(double /*position*/) override {}
     void deviceIsLost(double /*position*/) override {} // which the log tells
     void deviceIsBack(double /*position*/, double /*secondsAway*/) override {}
+    void reportIsWritten(const std::string& page) override { m_reportPage = page; }
     void ends(const Statistics& statistics, ExitStatus status, const std::string& error) override;
 
 private:
@@ -25,6 +26,7 @@ private:
     bool m_isColored; // standard output
     StatusLine m_status;
     bool m_hasStarted = false;
+    std::string m_reportPage;
 };
 
 } // namespace keldaPlay

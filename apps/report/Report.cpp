@@ -13,20 +13,35 @@
 #include <string_view>
 #include <tuple>
 
+#include "Verdict.h"
+
 namespace keldaReport {
 
 namespace {
 
 namespace fs = std::filesystem;
+using keldaSync::SyncStatistics;
+using keldaSync::Verdict;
+using Span = keldaSync::Series::Span;
 
-std::string formatted(double value)
+std::string formatted(std::optional<double> known)
 {
+    if (!known) {
+        return "not measured";
+    }
+    const double value = *known;
     if (std::isinf(value)) {
         return "never";
     }
     std::array<char, 32> text{};
     std::snprintf(text.data(), text.size(), value == std::floor(value) ? "%.0f" : "%.3f", value);
     return text.data();
+}
+
+std::string withUnit(const Line& line)
+{
+    const bool isNumber = line.value && !std::isinf(*line.value);
+    return formatted(line.value) + (isNumber ? " " + line.unit : "");
 }
 
 std::string escaped(const std::string& text)
@@ -54,12 +69,12 @@ void checkWritten(std::ofstream& out, const fs::path& path)
     }
 }
 
-void writeTrace(const fs::path& path, const std::vector<Series::Span>& spans)
+void writeTrace(const fs::path& path, const std::vector<Span>& spans)
 {
     std::ofstream out = openFile(path);
     out.precision(9);
     out << "seconds,smallest_error_us,largest_error_us,adjustment_ppm,queue_fill_ms,blocks\n";
-    for (const Series::Span& span : spans) {
+    for (const Span& span : spans) {
         out << span.seconds << ',' << span.smallestErrorUs << ',' << span.largestErrorUs << ','
             << span.adjustmentPpm << ',' << span.fillMs << ',' << span.points << '\n';
     }
@@ -67,11 +82,11 @@ void writeTrace(const fs::path& path, const std::vector<Series::Span>& spans)
 }
 
 // The start of a stream would dwarf all that follows.
-double errorRange(const std::vector<Series::Span>& spans)
+double errorRange(const std::vector<Span>& spans)
 {
     std::vector<double> sizes;
     sizes.reserve(spans.size());
-    for (const Series::Span& span : spans) {
+    for (const Span& span : spans) {
         sizes.push_back(std::max(std::abs(span.smallestErrorUs), std::abs(span.largestErrorUs)));
     }
     if (sizes.empty()) {
@@ -86,11 +101,16 @@ void draw(const fs::path& folder, const Contents& contents)
 {
     const fs::path script = folder / "plots.gnuplot";
     std::ofstream out = openFile(script);
-    const double range = errorRange(contents.spans);
+    const std::vector<Span>& spans = contents.sync.series().spans();
+    const double range = errorRange(spans);
+    // Where there is nothing to fit an axis to, gnuplot needs one.
+    const char* const fitted = spans.empty() ? "[-1:1]" : "[*:*]";
+    const char* const fittedAbove0 = spans.empty() ? "[0:1]" : "[0:*]";
     out << "set datafile separator ','\n"
            "set terminal svg size 900,260 font 'sans,11' background 'white'\n"
-           "set grid\nunset key\nset xlabel 's'\n";
-    for (const double time : contents.eventTimes) {
+           "set grid\nunset key\nset xlabel 's'\nset xrange [0:"
+        << std::max(contents.sync.seconds(), 0.001) << "]\n";
+    for (const double time : contents.sync.eventTimes()) {
         out << "set arrow from " << time << ", graph 0 to " << time
             << ", graph 1 nohead linecolor 'red' dashtype 2\n";
     }
@@ -98,9 +118,13 @@ void draw(const fs::path& folder, const Contents& contents)
         << "]\n"
            "plot 'trace.csv' skip 1 using 1:2:3 with filledcurves linecolor '#4080c0', "
            "'' skip 1 using 1:3 with lines linecolor '#205090'\n"
-           "set output 'adjustment.svg'\nset ylabel 'adjustment, ppm'\nset yrange [*:*]\n"
+           "set output 'adjustment.svg'\nset ylabel 'adjustment, ppm'\nset yrange "
+        << fitted
+        << "\n"
            "plot 'trace.csv' skip 1 using 1:4 with lines linecolor '#208050'\n"
-           "set output 'fill.svg'\nset ylabel 'queue, ms'\nset yrange [0:*]\n"
+           "set output 'fill.svg'\nset ylabel 'queue, ms'\nset yrange "
+        << fittedAbove0
+        << "\n"
            "plot 'trace.csv' skip 1 using 1:5 with lines linecolor '#805020'\n";
     checkWritten(out, script);
     const std::string command =
@@ -143,21 +167,40 @@ std::string pictureOf(const fs::path& path)
     return begin == std::string::npos ? "" : picture.substr(begin);
 }
 
-std::string verdictOf(const Contents& contents)
+const char* classOf(Verdict verdict)
 {
-    const auto value = [&](const char* name) {
-        const auto line = std::ranges::find(contents.table, name, &Line::name);
-        return line != contents.table.end() ? line->value : 0;
-    };
-    if (std::isinf(value("lock time")) || std::isinf(value("relock time, worst"))) {
-        return "<h1 class=no>Not in sync</h1><p>It has not locked";
+    switch (verdict) {
+    case Verdict::InSync:
+        return "yes";
+    case Verdict::Interrupted:
+        return "partly";
+    default:
+        return "no";
     }
-    const bool reached = isReached(contents.table);
-    return std::string(reached ? "<h1 class=yes>In sync</h1>"
-                               : "<h1 class=no>Not as it should be</h1>") +
-           "<p>99 % of the time each frame is heard within <b>" + formatted(value("error, p99")) +
-           " us</b> of when it should be; locked " + formatted(value("lock time")) +
-           " s after the first frame; " + formatted(value("events")) + " events (red)";
+}
+
+std::string goalsOf(const std::vector<Line>& table)
+{
+    std::string missed;
+    for (const Line& line : table) {
+        missed += line.isReached() ? "" : (missed.empty() ? "" : "; ") + line.name;
+    }
+    if (!missed.empty()) {
+        return "<p class=no>Missed goals: " + escaped(missed) + ".</p>\n";
+    }
+    const bool hasGoals =
+        std::ranges::any_of(table, [](const Line& line) { return line.goal.has_value(); });
+    return hasGoals ? "<p class=yes>Every goal is reached.</p>\n" : "";
+}
+
+void writeFacts(std::ostream& out, const std::vector<Fact>& facts)
+{
+    out << "<table>\n";
+    for (const auto& [name, value] : facts) {
+        out << "<tr><td>" << escaped(name) << "<td style=text-align:left>" << escaped(value)
+            << "</tr>\n";
+    }
+    out << "</table>\n";
 }
 
 void writePage(const fs::path& folder, const Contents& contents)
@@ -165,13 +208,18 @@ void writePage(const fs::path& folder, const Contents& contents)
     std::ofstream out = openFile(folder / "index.html");
     out << "<!DOCTYPE html><html lang=en><meta charset=utf-8><title>" << escaped(contents.title)
         << "</title><style>body{font-family:sans-serif;max-width:920px;margin:2em auto}"
-           ".yes{color:#208050}.no{color:#c03030}td,th{padding:.2em 1em;text-align:right}"
+           ".yes{color:#208050}.partly{color:#a06000}.no{color:#c03030}td,th{padding:.2em "
+           "1em;text-align:right}"
            "td:first-child,th:first-child{text-align:left}svg{width:100%;height:auto}</style>\n"
-        << verdictOf(contents) << ".</p><p>" << escaped(contents.title) << "</p>\n"
-        << "<table><tr><th><th>value<th>at most<th></tr>\n";
+        << "<h1 class=" << classOf(keldaSync::verdictOf(contents.sync)) << '>'
+        << toString(keldaSync::verdictOf(contents.sync)) << "</h1><p>" << reasonOf(contents.sync)
+        << ".</p><p>" << escaped(contents.title) << "</p>\n"
+        << goalsOf(contents.table);
+    writeFacts(out, contents.facts);
+    out << "<table><tr><th><th>value<th>at most<th></tr>\n";
     for (const Line& line : contents.table) {
-        out << "<tr><td>" << line.name << "<td>" << formatted(line.value) << ' ' << line.unit
-            << "<td>" << (line.goal ? formatted(*line.goal) + " " + line.unit : "")
+        out << "<tr><td>" << line.name << "<td>" << withUnit(line) << "<td>"
+            << (line.goal ? formatted(*line.goal) + " " + line.unit : "")
             << "<td class=" << (line.isReached() ? "yes>" : "no>")
             << (!line.goal         ? ""
                 : line.isReached() ? "yes"
@@ -201,15 +249,45 @@ void writePage(const fs::path& folder, const Contents& contents)
 
 std::vector<Line> linesOf(const SyncStatistics& sync)
 {
-    constexpr double never = std::numeric_limits<double>::infinity();
-    return {{"lock time", "s", sync.hasLocked() ? sync.lockTime() : never},
-            {"relock time, worst", "s", sync.isLocked() ? sync.worstRelockTime() : never},
-            {"error, rms", "us", sync.rms()},
-            {"error, p99", "us", sync.percentile(0.99)},
-            {"error, worst", "us", sync.worst()},
-            {"events", "", static_cast<double>(sync.events())},
-            {"skips", "", static_cast<double>(sync.skips())},
-            {"silences", "", static_cast<double>(sync.silences())}};
+    const keldaSync::ErrorStatistics errors = sync.errors();
+    const keldaSync::SizeHistogram& inLock = sync.lockedErrors();
+    const keldaSync::FrameCounts& counts = sync.counts();
+    const bool isTold = sync.hasLocked() || sync.measuredSeconds() >= keldaSync::leastSeconds;
+    const auto time = [isTold](bool isOver, double seconds) {
+        return isTold ? std::optional(isOver ? seconds : never) : std::nullopt;
+    };
+    const auto error = [&](double us) {
+        return errors.areMeasured() ? std::optional(us) : std::nullopt;
+    };
+    const auto errorInLock = [&](double us) {
+        return inLock.count() > 0 ? std::optional(us) : std::nullopt;
+    };
+    // Of what nobody heard nothing can be said to have gone well.
+    const auto count = [&](std::uint64_t number) {
+        return counts.dataFrames() > 0 || number > 0 ? std::optional(static_cast<double>(number))
+                                                     : std::nullopt;
+    };
+    const auto relock =
+        sync.events().empty() ? std::nullopt : time(sync.isLocked(), sync.worstRelockTime());
+    return {{"lock time", "s", time(sync.hasLocked(), sync.lockTime())},
+            {"relock time, worst", "s", relock},
+            {"error, rms", "us", error(errors.rms())},
+            {"error, p99", "us", error(errors.percentile(0.99))},
+            {"error, worst", "us", error(errors.worst())},
+            {"error in lock, rms", "us", errorInLock(inLock.rms())},
+            {"error in lock, p99", "us", errorInLock(inLock.percentile(0.99))},
+            {"error in lock, worst", "us", errorInLock(inLock.worst())},
+            {"events", "", count(sync.events().size())},
+            {"skips", "", count(sync.skips())},
+            {"silences", "", count(sync.silences())},
+            {"lost", "frames", count(counts.lostFrames())},
+            {"silence in gaps", "frames", count(counts.gapFrames())},
+            {"underruns", "", count(counts.underruns())}};
+}
+
+std::string verdictOf(const SyncStatistics& sync)
+{
+    return std::string(toString(keldaSync::verdictOf(sync))) + ": " + reasonOf(sync);
 }
 
 bool isReached(const std::vector<Line>& table)
@@ -222,8 +300,8 @@ std::string textOf(const std::vector<Line>& table)
     std::string text;
     for (const Line& line : table) {
         std::array<char, 160> row{};
-        std::snprintf(row.data(), row.size(), "  %-20s %12s %-4s", line.name.c_str(),
-                      formatted(line.value).c_str(), line.unit.c_str());
+        std::snprintf(row.data(), row.size(), "  %-20s %12s %-6s", line.name.c_str(),
+                      formatted(line.value).c_str(), line.value ? line.unit.c_str() : "");
         text += row.data();
         if (line.goal) {
             text += " at most " + formatted(*line.goal) + (line.isReached() ? "" : "   MISSED");
@@ -239,7 +317,7 @@ void write(const std::string& folder, const Contents& contents)
     const fs::path path(folder);
     std::error_code error;
     fs::create_directories(path, error);
-    writeTrace(path / "trace.csv", contents.spans);
+    writeTrace(path / "trace.csv", contents.sync.series().spans());
     draw(path, contents);
     if (contents.before != nullptr) {
         drawSpectrogram(folder, "before", *contents.before);

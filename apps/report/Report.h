@@ -1,41 +1,49 @@
 #pragma once
 
+#include <limits>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "Series.h"
+#include "Facts.h"
 #include "Spectrum.h"
 #include "SyncStatistics.h"
 
 namespace keldaReport {
+
+/// What happens in the end, but has not.
+constexpr double never = std::numeric_limits<double>::infinity();
 
 /// A figure, and what it may be at most.
 struct Line
 {
     std::string name;
     std::string unit;
-    double value = 0;
+    std::optional<double> value = std::nullopt; ///< none: it was not measured
     std::optional<double> goal = std::nullopt;
 
-    [[nodiscard]] bool isReached() const { return !goal || value <= *goal; }
+    /// What was not measured reaches no goal.
+    [[nodiscard]] bool isReached() const { return !goal || (value && *value <= *goal); }
 };
 
-/// What is known of every stream: lock times, errors and events.
-[[nodiscard]] std::vector<Line> linesOf(const SyncStatistics& sync);
+/// What is known of every stream: lock times, errors, events and losses.
+[[nodiscard]] std::vector<Line> linesOf(const keldaSync::SyncStatistics& sync);
 
 [[nodiscard]] bool isReached(const std::vector<Line>& table);
 
 /// As text, a line each.
 [[nodiscard]] std::string textOf(const std::vector<Line>& table);
 
+/// "In sync: 99 % of ...", as the page has it.
+[[nodiscard]] std::string verdictOf(const keldaSync::SyncStatistics& sync);
+
 struct Contents
 {
     std::string title;
+    const keldaSync::SyncStatistics& sync;
     const std::vector<Line>& table;
-    const std::vector<Series::Span>& spans;
-    const std::vector<double>& eventTimes; ///< s
-    const Audio* before = nullptr;         ///< without the removal of clicks; null: not known
+    const std::vector<Fact>& facts; ///< of the run
+    const Audio* before = nullptr;  ///< without the removal of clicks; null: not known
     const Audio* after = nullptr;
 };
 

@@ -11,10 +11,12 @@
 
 #include "Report.h"
 #include "Table.h"
+#include "Verdict.h"
 
 using keldaLab::Event;
 using keldaLab::Scenario;
 using keldaPlay::Correction;
+using keldaSync::Verdict;
 using testing::HasSubstr;
 
 namespace {
@@ -47,12 +49,15 @@ class ScenarioTest : public testing::TestWithParam<const char*>
 
 TEST_P(ScenarioTest, ReachesItsGoals)
 {
-    const Scenario shortened = scenario(GetParam(), 1800);
+    Scenario shortened = scenario(GetParam(), 1800);
     const bool listens = shortened.content != "numbers";
     const keldaReport::Audio withClicks =
         listens ? keldaLab::runWithClicks(shortened) : keldaReport::Audio();
-    const auto table =
-        keldaLab::tableOf(keldaLab::run(shortened), shortened, listens ? &withClicks : nullptr);
+    const keldaLab::Result result = keldaLab::run(shortened);
+    if (!result.heapGrowth) { // a sanitizer owns the heap
+        shortened.goals.erase("heap growth");
+    }
+    const auto table = keldaLab::tableOf(result, shortened, listens ? &withClicks : nullptr);
     EXPECT_TRUE(keldaReport::isReached(table)) << describe(table);
 }
 
@@ -76,8 +81,9 @@ TEST(LaboratoryTest, TellsAStreamThatIsNotCorrected)
     drifting.source.crystal.ppm = 500;
     drifting.drift.correction = Correction::None;
     const keldaLab::Result result = keldaLab::run(drifting);
-    EXPECT_FALSE(result.sync.hasLocked() && result.sync.worst() < 1000);
-    EXPECT_GE(result.sync.events(), 1U) << "30 ms in a minute: the queue inserts or skips";
+    EXPECT_EQ(verdictOf(result.sync), Verdict::NotInSync);
+    EXPECT_GT(result.sync.errors().worst(), 10'000);
+    EXPECT_GE(result.sync.events().size(), 1U) << "30 ms in a minute: the queue inserts or skips";
 }
 
 // The rate of the device instead of the resampler's ratio: the same loop.
@@ -87,9 +93,9 @@ TEST(LaboratoryTest, SteersTheDevicesPll)
     steered.source.crystal.ppm = -150;
     steered.drift.correction = Correction::Device;
     const keldaLab::Result result = keldaLab::run(steered);
-    EXPECT_EQ(result.sync.events(), 0U);
+    EXPECT_EQ(result.sync.events().size(), 0U);
     EXPECT_LT(result.sync.lockTime(), 5);
-    EXPECT_LT(result.sync.rms(), 2);
+    EXPECT_LT(result.sync.lockedErrors().rms(), 2);
 }
 
 // What waits in the queue and the device is timed by clocks that are off: both have to be known.
@@ -99,9 +105,10 @@ TEST(LaboratoryTest, KnowsTheSourcesClockFromTheDevices)
     both.source.crystal.ppm = 40;
     both.device.crystal.ppm = -80;
     const keldaLab::Result result = keldaLab::run(both);
-    EXPECT_EQ(result.sync.events(), 0U);
-    EXPECT_LT(result.sync.percentile(0.9), 3) << "once the device's rate is known well";
-    EXPECT_LT(result.sync.worst(), 15);
+    EXPECT_EQ(result.sync.events().size(), 0U);
+    EXPECT_LT(result.sync.lockedErrors().percentile(0.9), 3)
+        << "once the device's rate is known well";
+    EXPECT_LT(result.sync.lockedErrors().worst(), 15);
 }
 
 // The click filter's delay is part of the due time: to the frame, and far below.
@@ -113,11 +120,11 @@ TEST(LaboratoryTest, HearsFramesAtTheSameTimeWithAndWithoutClickRemoval)
     without.clicks.enabled = false;
     const keldaLab::Result a = keldaLab::run(with);
     const keldaLab::Result b = keldaLab::run(without);
-    EXPECT_LT(a.sync.worst(), 3);
-    EXPECT_NEAR(a.sync.rms(), b.sync.rms(), 0.5);
+    EXPECT_LT(a.sync.lockedErrors().worst(), 3);
+    EXPECT_NEAR(a.sync.lockedErrors().rms(), b.sync.lockedErrors().rms(), 0.5);
     Scenario slow = with;
     slow.clicks = {true, 40, 10, 5, false};
-    EXPECT_LT(keldaLab::run(slow).sync.worst(), 3);
+    EXPECT_LT(keldaLab::run(slow).sync.lockedErrors().worst(), 3);
 }
 
 TEST(LaboratoryTest, LocksToOtherRatesAndPackets)
@@ -130,9 +137,9 @@ TEST(LaboratoryTest, LocksToOtherRatesAndPackets)
     other.device.bufferFrames = 4096;
     other.source.crystal.ppm = 60;
     const keldaLab::Result result = keldaLab::run(other);
-    EXPECT_EQ(result.sync.events(), 0U);
+    EXPECT_EQ(result.sync.events().size(), 0U);
     EXPECT_LT(result.sync.lockTime(), 5);
-    EXPECT_LT(result.sync.rms(), 2);
+    EXPECT_LT(result.sync.lockedErrors().rms(), 2);
 }
 
 TEST(LaboratoryTest, FollowsAClockThatChanges)
@@ -140,8 +147,8 @@ TEST(LaboratoryTest, FollowsAClockThatChanges)
     Scenario wandering = perfect(900);
     wandering.source.crystal = {0, 100, 60}; // up to 1 ppm a second
     const keldaLab::Result result = keldaLab::run(wandering);
-    EXPECT_EQ(result.sync.events(), 0U);
-    EXPECT_LT(result.sync.worst(), 300);
+    EXPECT_EQ(result.sync.events().size(), 0U);
+    EXPECT_LT(result.sync.lockedErrors().worst(), 300);
 }
 
 TEST(LaboratoryTest, CountsAnEventOnce)
@@ -149,7 +156,7 @@ TEST(LaboratoryTest, CountsAnEventOnce)
     Scenario gaps = perfect(60);
     gaps.events = {{20, Event::Kind::Gap, 300}, {40, Event::Kind::Stop, 700}};
     const keldaLab::Result result = keldaLab::run(gaps);
-    EXPECT_EQ(result.sync.events(), 2U);
+    EXPECT_EQ(result.sync.events().size(), 2U);
     EXPECT_EQ(result.sync.silences(), 2U);
     EXPECT_TRUE(result.sync.isLocked());
 }
@@ -162,9 +169,9 @@ TEST(LaboratoryTest, IsAlignedAgainWhenTheDeviceHasBeenFilled)
     slow.device.wakeUpUs = 500;
     slow.events = {{10, Event::Kind::Underrun, 300}};
     const keldaLab::Result result = keldaLab::run(slow);
-    EXPECT_EQ(result.underruns, 1U);
-    EXPECT_LT(std::abs(result.series.spans().back().largestErrorUs), 50);
-    EXPECT_LT(std::abs(result.series.spans().back().smallestErrorUs), 50);
+    EXPECT_EQ(result.sync.counts().underruns(), 1U);
+    EXPECT_LT(std::abs(result.sync.series().spans().back().largestErrorUs), 50);
+    EXPECT_LT(std::abs(result.sync.series().spans().back().smallestErrorUs), 50);
 }
 
 // ... whatever it is that is being measured when it happens.
@@ -177,7 +184,7 @@ TEST(LaboratoryTest, TakesADelayThatJumpsForNoDrift)
         const keldaLab::Result result = keldaLab::run(lying);
         EXPECT_TRUE(result.sync.isLocked());
         EXPECT_LT(result.sync.worstRelockTime(), 5) << at;
-        EXPECT_LT(result.sync.worst(), 20) << at;
+        EXPECT_LT(result.sync.lockedErrors().worst(), 20) << at;
     }
 }
 
@@ -232,12 +239,17 @@ TEST(ReportTest, IsOnePageThatAnswersTheQuestion)
     const std::filesystem::path folder = testing::TempDir() + "kelda-report";
     const Scenario short_ = scenario("plus-100ppm", 20);
     const keldaLab::Result result = keldaLab::run(short_);
-    keldaReport::write(folder, {"100 < 200 ppm", keldaLab::tableOf(result, short_),
-                                result.series.spans(), result.sync.eventTimes()});
+    keldaReport::write(folder, {"100 < 200 ppm",
+                                result.sync,
+                                keldaLab::tableOf(result, short_),
+                                {{"device", "a <virtual> one"}}});
     std::ostringstream page;
     page << std::ifstream(folder / "index.html").rdbuf();
     EXPECT_THAT(page.str(), HasSubstr("<h1 class=yes>In sync</h1>"));
     EXPECT_THAT(page.str(), HasSubstr("100 &lt; 200 ppm"));
+    EXPECT_THAT(page.str(), HasSubstr("a &lt;virtual> one"));
+    EXPECT_THAT(page.str(), HasSubstr("Missed goals: ratio jitter, rms."))
+        << "it takes three minutes to be measured";
     std::size_t pictures = 0;
     for (std::size_t at = 0; (at = page.str().find("<svg", at)) != std::string::npos; ++at) {
         ++pictures;
@@ -245,12 +257,13 @@ TEST(ReportTest, IsOnePageThatAnswersTheQuestion)
     EXPECT_EQ(pictures, 3U);
     EXPECT_THAT(page.str(), testing::Not(HasSubstr("href=\"http"))) << "nothing from elsewhere";
     std::filesystem::remove_all(folder);
-    EXPECT_THROW(keldaReport::write("/proc/nowhere", {"", {}, {}, {}}), std::runtime_error);
+    EXPECT_THROW(keldaReport::write("/proc/nowhere", {"", result.sync, {}, {}}),
+                 std::runtime_error);
 }
 
 TEST(SeriesTest, KeepsTheExtremesOfAnyLength)
 {
-    keldaReport::Series series;
+    keldaSync::Series series;
     for (int i = 0; i < 1'000'000; ++i) {
         series.add({i * 0.01, i == 777'777 ? 99.0 : 1.0, 5, 100});
     }

@@ -42,7 +42,7 @@ TEST_F(PlayTest, RedrawsOneLineOnATerminal)
     ASSERT_EQ(finish(std::system(command.c_str())), 0) << err << out;
     EXPECT_GT(std::count(out.begin(), out.end(), '\r'), 10);
     EXPECT_THAT(out, HasSubstr("\033[K"));
-    EXPECT_EQ(numLines(out), 6U) << "start, status, and four of the summary:\n" << out;
+    EXPECT_EQ(numLines(out), 7U) << "start, status, and five of the summary:\n" << out;
 }
 
 TEST_F(PlayTest, DecodesFlacOggAndFloatFiles)

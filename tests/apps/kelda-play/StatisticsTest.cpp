@@ -2,11 +2,13 @@
 
 #include <gmock/gmock.h>
 
+#include "Journal.h"
 #include "StatusLine.h"
 
 using keldaPlay::BlockRecord;
 using keldaPlay::Statistics;
 using keldaPlay::StatusLine;
+using keldaPlay::summaryOf;
 using testing::HasSubstr;
 
 namespace {
@@ -35,19 +37,22 @@ BlockRecord padded(std::uint64_t frames)
 
 } // namespace
 
-TEST(Statistics, MeasuresTheTimingErrorOfTheAudioAlone)
+TEST(Statistics, MeasuresTheTimingErrorOfWhatGoesOn)
 {
     Statistics statistics;
+    statistics.beginStream(48000);
     statistics.add(silence());
-    statistics.add(block(9'000'000)); // the first block only begins
+    BlockRecord first = block(9'000'000); // it only begins
+    first.silenceFrames = 100;
+    statistics.add(first);
     statistics.add(block(3'000));
     statistics.add(block(-4'000));
     statistics.add(silence());
-    EXPECT_DOUBLE_EQ(statistics.meanError(), -0.5);
-    EXPECT_DOUBLE_EQ(statistics.rmsError(), std::sqrt(12.5));
-    EXPECT_DOUBLE_EQ(statistics.worstError(), -4);
-    EXPECT_EQ(statistics.dataFrames(), 3U * 480);
-    EXPECT_EQ(statistics.silenceFrames(), 2U * 480);
+    EXPECT_DOUBLE_EQ(statistics.errors().mean(), -0.5);
+    EXPECT_DOUBLE_EQ(statistics.errors().rms(), std::sqrt(12.5));
+    EXPECT_DOUBLE_EQ(statistics.errors().signedWorst(), -4);
+    EXPECT_EQ(statistics.counts().dataFrames(), 3U * 480 - 100);
+    EXPECT_DOUBLE_EQ(statistics.counts().silenceSeconds(), (2 * 480 + 100) / 48000.0);
 }
 
 TEST(Statistics, CountsAsMissingOnlyWhatIsMissingInside)
@@ -57,11 +62,11 @@ TEST(Statistics, CountsAsMissingOnlyWhatIsMissingInside)
     statistics.add(block());
     statistics.add(padded(100));
     statistics.add(padded(480));
-    EXPECT_EQ(statistics.paddedFrames(), 0U) << "it may have been the end";
+    EXPECT_EQ(statistics.counts().missingFrames(), 0U) << "it may have been the end";
     statistics.add(block());
-    EXPECT_EQ(statistics.paddedFrames(), 580U);
+    EXPECT_EQ(statistics.counts().missingFrames(), 580U);
     statistics.add(padded(200));
-    EXPECT_EQ(statistics.paddedFrames(), 580U);
+    EXPECT_EQ(statistics.counts().missingFrames(), 580U);
 }
 
 TEST(Statistics, SumsUpWhatHappened)
@@ -74,15 +79,33 @@ TEST(Statistics, SumsUpWhatHappened)
     record.result = audioUtils::OutputDevice::Underrun;
     statistics.add(record);
     statistics.add(record);
-    const std::string text = statistics.summary();
+    const std::string text = summaryOf(statistics);
     EXPECT_THAT(text, HasSubstr("played        0.020 s in 2 blocks\n"));
     EXPECT_THAT(text, HasSubstr("14 frames in gaps\n"));
     EXPECT_THAT(text, HasSubstr("10 frames skipped, 0 missing, 2 underruns\n"));
+    EXPECT_THAT(text, HasSubstr("verdict       Interrupted: 1 event, 10 frames lost, 14 of silence "
+                                "in gaps, 2 underruns; only 0.0 s"));
 }
 
-TEST(Statistics, OfNothingAreZero)
+// What a queue that starts afresh on a jump held is never heard.
+TEST(Statistics, CountsWhatAJumpHasDiscarded)
 {
-    EXPECT_THAT(Statistics().summary(), HasSubstr("mean 0.0 us, rms 0.0 us, worst 0.0 us\n"));
+    Statistics statistics;
+    statistics.beginStream(48000);
+    BlockRecord before = block();
+    before.queueFill = 100'000'000;
+    BlockRecord after = block();
+    after.resets = 1;
+    statistics.add(before);
+    statistics.add(after);
+    EXPECT_EQ(statistics.counts().discardedFrames(), 4800U);
+    EXPECT_THAT(summaryOf(statistics), HasSubstr("0 underruns, 4800 dropped on jumps\n"));
+}
+
+TEST(Statistics, OfNothingAreNotMeasured)
+{
+    EXPECT_THAT(summaryOf(Statistics()), HasSubstr("timing error  not measured\n"
+                                                   "verdict       Nothing heard: "));
 }
 
 TEST(StatusLine, ShowsPositionFillDelayErrorAndUnderruns)

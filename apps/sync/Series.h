@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <vector>
 
-namespace keldaReport {
+namespace keldaSync {
 
 /// What is known of a block, for a picture.
 struct Point
@@ -72,4 +72,4 @@ private:
     std::uint64_t m_pointsPerSpan = 1;
 };
 
-} // namespace keldaReport
+} // namespace keldaSync
