@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "Errors.h"
+#include "Opening.h"
 
 namespace keldaPlay {
 
@@ -29,6 +30,7 @@ DevicePll::DevicePll(const std::string& control)
         throw UsageError("--pll " + control + ": no CTL,ELEMENT");
     }
     const std::string card = control.substr(0, comma);
+    const Opening opening("control " + control);
     snd_ctl_t* ctl = nullptr;
     if (const int error = snd_ctl_open(&ctl, card.c_str(), 0); error < 0) {
         throw DeviceError("control " + card + ": " + snd_strerror(error));

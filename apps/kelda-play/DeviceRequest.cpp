@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "Opening.h"
 #include "audioUtils/device/AlsaOutputDevice.h"
 #include "audioUtils/device/FakeOutputDevice.h"
 
@@ -38,6 +39,7 @@ std::unique_ptr<OutputDevice> createDevice(const std::string& name)
 
 std::string open(OutputDevice& device, const DeviceRequest& request)
 {
+    const Opening opening("device " + request.name);
     if (!device.open(request.name, request.format, request.sampleRate, request.numChannels,
                      request.bufferSize, request.periodSize, request.startThreshold,
                      request.rateResample, request.channelMap)) {

@@ -2,6 +2,8 @@
 
 #include <memory>
 
+#include "Opening.h"
+
 namespace keldaPlay {
 
 Passage passageThrough(snd_pcm_type_t type)
@@ -43,6 +45,7 @@ snd_pcm_type_t typeOf(const std::string& deviceName)
         void operator()(snd_pcm_t* pcm) const { snd_pcm_close(pcm); }
     };
     snd_pcm_t* opened = nullptr;
+    const Opening opening("device " + deviceName);
     if (snd_pcm_open(&opened, deviceName.c_str(), SND_PCM_STREAM_PLAYBACK, SND_PCM_NONBLOCK) < 0) {
         return SND_PCM_TYPE_HW; // somebody else has just opened it: told when it is to be played to
     }

@@ -1,43 +1,52 @@
 #pragma once
 
+#include <condition_variable>
 #include <csignal>
-#include <ctime>
+#include <mutex>
+#include <string>
+#include <thread>
 
+#include "StopEvent.h"
 #include "miscUtils/TimeValue.h"
 
 namespace keldaPlay {
 
-/// The signals that end playing: blocked in this thread and those that it starts, and taken by
-/// waitFor() alone.
+/// The signals that end playing, SIGINT and SIGTERM: blocked in this thread and those that it
+/// starts, and taken by a thread of its own, which waits for nothing else.
+///
+/// The first is a request, for waitFor() to tell. The second ends the process, as the signal itself
+/// does where nobody takes it, whatever the other threads are at; and so does the first when
+/// something is still being opened a moment later (Opening). Then one line on standard error tells
+/// why.
 class EndSignals
 {
 public:
-    EndSignals()
-    {
-        sigemptyset(&m_signals);
-        sigaddset(&m_signals, SIGINT);
-        sigaddset(&m_signals, SIGTERM);
-        pthread_sigmask(SIG_BLOCK, &m_signals, &m_previous);
-    }
-    ~EndSignals() { pthread_sigmask(SIG_SETMASK, &m_previous, nullptr); }
+    /// Throws std::system_error when there are no descriptors or threads to be had.
+    EndSignals();
+    ~EndSignals();
     EndSignals(const EndSignals&) = delete;
     EndSignals& operator=(const EndSignals&) = delete;
 
-    /// Whether one has come by now, or comes within so many ns, below a second.
-    [[nodiscard]] bool waitFor(miscUtils::TimeValue nanoseconds)
-    {
-        const timespec timeout{0, static_cast<long>(nanoseconds)};
-        m_haveCome = sigtimedwait(&m_signals, nullptr, &timeout) > 0 || m_haveCome;
-        return m_haveCome;
-    }
+    /// Whether one has come by now, or comes within so many ns.
+    [[nodiscard]] bool waitFor(miscUtils::TimeValue nanoseconds);
 
     /// Whether one has come at all.
     [[nodiscard]] bool haveCome() { return waitFor(0); }
 
 private:
-    sigset_t m_signals{};
+    void take();
+    [[nodiscard]] int nextWithin(int milliseconds) const;
+    void announce();
+    [[noreturn]] void endProcess(int signal, const std::string& why) const;
+
     sigset_t m_previous{};
+    sigset_t m_signals;
+    Descriptor m_arrivals;
+    StopEvent m_stop;
+    std::mutex m_mutex;
+    std::condition_variable m_condition;
     bool m_haveCome = false;
+    std::thread m_thread;
 };
 
 } // namespace keldaPlay

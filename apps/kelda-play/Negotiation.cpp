@@ -6,6 +6,7 @@
 
 #include "DopNegotiation.h"
 #include "Errors.h"
+#include "Opening.h"
 #include "SampleLayout.h"
 #include "audioUtils/device/AlsaCapabilities.h"
 #include "miscUtils/Json.h"
@@ -57,6 +58,7 @@ PcmAudioCapabilities capabilitiesOf(const std::string& deviceName, bool rateResa
         return getAllPossiblePcmCapabilities();
     }
     PcmAudioCapabilities capabilities;
+    const Opening opening("device " + deviceName);
     if (!getAlsaCapabilities(capabilities, deviceName, rateResample)) {
         throw DeviceError("device " + deviceName + " can't be opened");
     }

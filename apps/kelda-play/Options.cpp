@@ -28,7 +28,9 @@ constexpr const char* exitStatusText =
     "  0  all was played, or SIGINT or SIGTERM has ended it\n"
     "  1  something can't be read or written\n"
     "  2  the command line asks for what there is not\n"
-    "  3  a device can't be opened for the stream, or has gone and not come back";
+    "  3  a device can't be opened for the stream, or has gone and not come back\n"
+    "  130, 143  a second SIGINT or SIGTERM has ended it at once, or the first\n"
+    "     while something was being opened";
 
 audioUtils::PcmFormat parseFormat(const std::string& name)
 {

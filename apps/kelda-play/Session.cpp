@@ -11,6 +11,7 @@
 #include "DopNegotiation.h"
 #include "Errors.h"
 #include "Negotiation.h"
+#include "Opening.h"
 #include "Report.h"
 #include "Timeline.h"
 
@@ -103,6 +104,7 @@ Session::Session(const Playing& playing, std::span<const Track> tracks, bool loo
         m_pll.emplace(m_options.pll);
     }
     if (!m_options.recordPath.empty()) {
+        const Opening opening(m_options.recordPath);
         m_recorder.emplace(m_options.recordPath, m_layout.sample, m_device->sampleRate(),
                            m_device->numChannels());
     }

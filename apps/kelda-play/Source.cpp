@@ -7,6 +7,7 @@
 #include "DffFile.h"
 #include "DopSource.h"
 #include "DsfFile.h"
+#include "Opening.h"
 
 namespace keldaPlay {
 
@@ -27,6 +28,7 @@ std::string beginningOf(const std::string& path)
 
 std::unique_ptr<Source> openSource(const std::string& path)
 {
+    const Opening opening(path);
     const std::string beginning = beginningOf(path);
     if (beginning == "DSD ") {
         return std::make_unique<DopSource>(std::make_unique<DsfFile>(path));

@@ -1,10 +1,8 @@
 #pragma once
 
-#include <cerrno>
-#include <system_error>
-
 #include <sys/eventfd.h>
-#include <unistd.h>
+
+#include "Descriptor.h"
 
 namespace keldaPlay {
 
@@ -12,24 +10,17 @@ namespace keldaPlay {
 class StopEvent
 {
 public:
-    StopEvent() : m_fd(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
-    {
-        if (m_fd < 0) {
-            throw std::system_error(errno, std::generic_category(), "eventfd");
-        }
-    }
-    ~StopEvent() { close(m_fd); }
-    StopEvent(const StopEvent&) = delete;
-    StopEvent& operator=(const StopEvent&) = delete;
+    /// Throws std::system_error when there is no descriptor to be had.
+    StopEvent() : m_event(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "eventfd") {}
 
     /// From any thread, once and for all.
-    void set() { static_cast<void>(eventfd_write(m_fd, 1)); }
+    void set() { static_cast<void>(eventfd_write(fd(), 1)); }
 
     /// Readable as soon as it is set.
-    [[nodiscard]] int fd() const { return m_fd; }
+    [[nodiscard]] int fd() const { return m_event.get(); }
 
 private:
-    int m_fd;
+    Descriptor m_event;
 };
 
 } // namespace keldaPlay

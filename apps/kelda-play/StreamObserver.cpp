@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "Opening.h"
 namespace keldaPlay {
 
 using audioUtils::OutputDevice;
@@ -11,6 +12,7 @@ StreamObserver::StreamObserver(const Options& options, Presenter& presenter, Sta
     : m_presenter(presenter), m_statistics(statistics)
 {
     if (!options.tracePath.empty()) {
+        const Opening opening(options.tracePath);
         m_trace.emplace(options.tracePath);
     }
 }

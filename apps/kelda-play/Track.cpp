@@ -8,6 +8,7 @@
 #include <log4cplus/loggingmacros.h>
 
 #include "Negotiation.h"
+#include "Opening.h"
 #include "RawSource.h"
 #include "SoundFolder.h"
 
@@ -72,6 +73,7 @@ std::vector<Track> findTracks(const Options& options, const std::function<bool()
         if (!goesOn()) {
             break;
         }
+        const Opening opening(path);
         std::error_code unreadable; // which opening it tells better
         if (path == standardInput) {
             tracks.push_back(trackOfInput(*options.raw));

@@ -74,6 +74,9 @@ struct Control
     std::atomic<bool> isGone;               // -ENODEV for whatever is asked
     std::atomic<std::uint32_t> shortWrites; // frames taken at a time; 0: all
     std::atomic<std::uint32_t> slowWrites;  // us that taking them lasts
+    std::atomic<bool> hangsOnOpen;          // as long as it is set
+    std::atomic<bool> spinsOnWrite;         // the same; and uses up a processor
+    std::atomic<std::uint32_t> numStuck;    // callers that this holds up now
     std::atomic<std::int64_t> virtualTime;  // ns; moves on while a writer waits. 0: the real one
 
     // One fault, when the card is to take the frame `faultAtFrame` or a later one: -EPIPE (what it

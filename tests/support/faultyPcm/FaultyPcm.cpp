@@ -43,6 +43,18 @@ private:
     int m_descriptor;
 };
 
+void waitWhile(const std::atomic<bool>& condition, std::atomic<std::uint32_t>& numWaiting,
+               std::chrono::microseconds step = std::chrono::milliseconds(1))
+{
+    ++numWaiting;
+    while (condition) {
+        if (step.count() > 0) {
+            std::this_thread::sleep_for(step);
+        }
+    }
+    --numWaiting;
+}
+
 class FaultyPcm
 {
 public:
@@ -334,6 +346,9 @@ private:
         if (m_plugin.state == SND_PCM_STATE_DISCONNECTED) {
             return -ENODEV;
         }
+        if (m_control->spinsOnWrite) {
+            waitWhile(m_control->spinsOnWrite, m_control->numStuck, std::chrono::microseconds(0));
+        }
         const int error = faultFor(size);
         if (error < 0) {
             m_control->emptyWrites += m_control->emptyAfterFault;
@@ -509,6 +524,9 @@ __attribute__((visibility("default"))) SND_PCM_PLUGIN_DEFINE_FUNC(kelda_faulty)
     static_cast<void>(conf);
     const std::string folder = folderInUse();
     ControlPointer control = mapControl(folder);
+    if (control) {
+        waitWhile(control->hangsOnOpen, control->numStuck);
+    }
     if (!control || control->isGone) {
         return -ENODEV;
     }
