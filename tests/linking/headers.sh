@@ -7,7 +7,7 @@ shift 2
 
 # The files of this tree; -MM leaves out the system's.
 files=$(for header in "$@"; do printf '#include "%s"\n' "$header"; done |
-    "$compiler" -std=c++20 "-I$root" -MM -x c++ - | tr -d '\\' | tr ' ' '\n' | grep "^$root/")
+    "$compiler" -std=c++17 "-I$root" -MM -x c++ - | tr -d '\\' | tr ' ' '\n' | grep "^$root/")
 # The standard library's headers are plain words, but for those of C. The view type's own header asks for a package first.
 foreign=$(printf '%s\n' "$files" | grep -v '/nonstd/span\.hpp$' |
     xargs grep -nE '^ *# *include *<.*[./].*>' | grep -vE '<std(def|int)\.h>' || true)

@@ -1,8 +1,8 @@
 #!/bin/sh
 # outside.sh COMPILER SOURCE INCLUDE_ROOT LIBRARY_FOLDER LIBRARY...: a program outside the tree needs
 # nothing but the headers' root, the folder of the libraries and their names; one in C is C99 to the
-# letter. For another machine it needs that machine's $SYSROOT, where its linker looks for what the
-# libraries need, and $RUN runs it.
+# letter, one in C++ what the compiler takes when nothing is said, or $STANDARD. For another machine it
+# needs that machine's $SYSROOT, where its linker looks for what the libraries need, and $RUN runs it.
 set -eu
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
@@ -10,7 +10,7 @@ compiler=$1 source=$2 root=$3 libraries=$4
 shift 4
 case $source in
 *.c) standard='-std=c99 -pedantic-errors -Wall -Wextra -Wconversion -Werror' ;;
-*) standard=-std=c++20 ;;
+*) standard=${STANDARD:+-std=$STANDARD} ;;
 esac
 # shellcheck disable=SC2046,SC2086 # one option a word, and a library, is meant
 "$compiler" ${SYSROOT:+"--sysroot=$SYSROOT" "-Wl,-rpath-link,$libraries"} $standard "-I$root" "$source" \

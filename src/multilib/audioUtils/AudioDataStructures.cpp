@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "audioUtils/detail/AudioDescriptions.h"
+#include "nonstd/FormerName.h"
 
 namespace audioUtils {
 
@@ -187,3 +188,6 @@ const std::string& opaqueAudioType()
 }
 
 } // namespace audioUtils
+
+KELDA_FORMER_NAME("_ZN10audioUtils12IntegerRangeC1E", "i", "");
+KELDA_FORMER_NAME("_ZN10audioUtils12IntegerRangeC2E", "i", "");

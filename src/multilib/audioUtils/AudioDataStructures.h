@@ -41,7 +41,13 @@ public:
     [[nodiscard]] bool hasAllowedIntegers() const { return !m_allowedIntegers.empty(); }
 
     /// The same interval, and the same list in the same order.
-    [[nodiscard]] bool operator==(const IntegerRange&) const = default;
+    [[nodiscard]] bool operator==(const IntegerRange& other) const
+    {
+        return m_minInteger == other.m_minInteger && m_maxInteger == other.m_maxInteger &&
+               m_allowedIntegers == other.m_allowedIntegers;
+    }
+    /// Unlike in any of these.
+    [[nodiscard]] bool operator!=(const IntegerRange& other) const { return !(*this == other); }
 
     /// {"min": 8000, "max": 96000}, and "allowed": [...] where there is a list.
     [[nodiscard]] miscUtils::Variant toVariant() const;

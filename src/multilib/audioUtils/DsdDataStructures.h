@@ -51,6 +51,8 @@ public:
     {
         return m_fields == other.m_fields;
     }
+    /// Unlike in any of them.
+    [[nodiscard]] bool operator!=(const DsdAudioInfo& other) const { return !(*this == other); }
 
     /// @name Fields
     /// The setters judge nothing.
@@ -92,6 +94,11 @@ public:
     [[nodiscard]] bool operator==(const DsdAudioCapabilities& other) const
     {
         return m_fields == other.m_fields;
+    }
+    /// Unlike in any of them.
+    [[nodiscard]] bool operator!=(const DsdAudioCapabilities& other) const
+    {
+        return !(*this == other);
     }
 
     /// One-bit samples a second, of each channel.

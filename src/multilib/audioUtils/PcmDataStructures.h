@@ -82,6 +82,8 @@ public:
     {
         return m_fields == other.m_fields;
     }
+    /// Unlike in any of them.
+    [[nodiscard]] bool operator!=(const PcmAudioInfo& other) const { return !(*this == other); }
 
     /// @name Fields
     /// The setters judge nothing.
@@ -123,6 +125,11 @@ public:
     [[nodiscard]] bool operator==(const PcmAudioCapabilities& other) const
     {
         return m_fields == other.m_fields;
+    }
+    /// Unlike in any of them.
+    [[nodiscard]] bool operator!=(const PcmAudioCapabilities& other) const
+    {
+        return !(*this == other);
     }
 
     /// Hz: frames a second.

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "audioUtils/detail/Log.h"
+#include "nonstd/FormerName.h"
 
 namespace audioUtils {
 
@@ -476,3 +477,7 @@ void PcmQueue::wakeWaiters()
 }
 
 } // namespace audioUtils
+
+KELDA_FORMER_NAME("_ZN10audioUtils8PcmQueue5writeEmRK", "Kh", "");
+KELDA_FORMER_NAME("_ZN10audioUtils8PcmQueue4readEmRK", "h", "");
+KELDA_FORMER_NAME("_ZN10audioUtils8PcmQueue4readEmRK", "h", "Rl");

@@ -1,12 +1,12 @@
 #pragma once
 
-#include <concepts>
 #include <cstddef>
 #include <initializer_list>
 #include <iosfwd>
 #include <map>
 #include <optional>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -46,6 +46,7 @@ public:
 
     /// Equal values in the same order.
     KELDA_EXPORT friend bool operator==(const VariantArray& a, const VariantArray& b);
+    friend bool operator!=(const VariantArray& a, const VariantArray& b) { return !(a == b); }
 
 private:
     std::vector<Variant> m_values;
@@ -79,6 +80,7 @@ public:
 
     /// The same keys with equal values.
     KELDA_EXPORT friend bool operator==(const VariantHash& a, const VariantHash& b);
+    friend bool operator!=(const VariantHash& a, const VariantHash& b) { return !(a == b); }
 
 private:
     std::map<std::string, Variant> m_values;
@@ -96,11 +98,10 @@ public:
     /// An integer.
     Variant(long value);
     /// Every other integer that fits into 64 signed bits without loss.
-    template<std::integral Integer>
-    requires(!std::same_as<Integer, bool> &&
-             (std::signed_integral<Integer> || sizeof(Integer) < sizeof(long)))
-        Variant(Integer value)
-        : Variant(static_cast<long>(value))
+    template<typename Integer, typename = std::enable_if_t<
+                                   std::is_integral_v<Integer> && !std::is_same_v<Integer, bool> &&
+                                   (std::is_signed_v<Integer> || sizeof(Integer) < sizeof(long))>>
+    Variant(Integer value) : Variant(static_cast<long>(value))
     {
     }
     /// A string; a null pointer gives an invalid value.
@@ -131,6 +132,7 @@ public:
 
     /// Equal in kind and value, containers element by element.
     KELDA_EXPORT friend bool operator==(const Variant& a, const Variant& b);
+    friend bool operator!=(const Variant& a, const Variant& b) { return !(a == b); }
 
 private:
     std::variant<std::monostate, long, std::string, VariantArray, VariantHash> m_value;

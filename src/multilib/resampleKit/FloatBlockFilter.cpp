@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <type_traits>
 
+#include "nonstd/FormerName.h"
 #include "resampleKit/InstructionSets.h"
 
 #ifndef KELDA_FLOAT_BLOCK
@@ -435,7 +436,7 @@ HWY_EXPORT(filterBlock);
 
 } // namespace
 
-FloatBlockFilter::FloatBlockFilter(std::span<const float> wing)
+FloatBlockFilter::FloatBlockFilter(nonstd::span<const float> wing)
     : m_table(wing, 4096, halfAlignment, guardRows), m_polynomials(wing, 4096)
 {
 }
@@ -449,4 +450,7 @@ std::size_t FloatBlockFilter::process(const float* const* x, float* const* y,
 }
 
 } // namespace resampleKit
+
+KELDA_FORMER_NAME("_ZN11resampleKit16FloatBlockFilterC1E", "Kf", "");
+KELDA_FORMER_NAME("_ZN11resampleKit16FloatBlockFilterC2E", "Kf", "");
 #endif

@@ -1,9 +1,9 @@
 #pragma once
 
 #include <cstddef>
-#include <span>
 
 #include "miscUtils/Export.h"
+#include "nonstd/span.hpp"
 #include "resampleKit/PhaseTable.h"
 #include "resampleKit/WingPolynomials.h"
 
@@ -16,7 +16,7 @@ class KELDA_EXPORT FloatBlockFilter
 {
 public:
     /// @param wing designed by lrsLpFilter() with 4096 entries a sample
-    explicit FloatBlockFilter(std::span<const float> wing);
+    explicit FloatBlockFilter(nonstd::span<const float> wing);
 
     /// For t from `startTime` while t < `startTime` + `count`, in steps of `step` input samples,
     /// writes the signal at t to `y`: as srcUpsample() does where step is below 1, else as

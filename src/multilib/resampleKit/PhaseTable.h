@@ -4,7 +4,8 @@
 #include <cstddef>
 #include <memory>
 #include <new>
-#include <span>
+
+#include "nonstd/span.hpp"
 
 namespace resampleKit {
 
@@ -28,7 +29,7 @@ public:
     /// @param entriesPerSample n
     /// @param alignment        of h, in weights
     /// @param guardRows        before row 0 and behind row n
-    PhaseTable(std::span<const Weight> wing, std::size_t entriesPerSample, std::size_t alignment,
+    PhaseTable(nonstd::span<const Weight> wing, std::size_t entriesPerSample, std::size_t alignment,
                std::size_t guardRows = 0)
         : m_entriesPerSample(entriesPerSample),
           m_halfWidth((wing.size() / entriesPerSample + alignment - 1) / alignment * alignment),

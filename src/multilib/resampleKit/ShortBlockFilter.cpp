@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <type_traits>
 
+#include "nonstd/FormerName.h"
 #include "resampleKit/InstructionSets.h"
 #include "resampleKit/ShortArithmetic.h"
 
@@ -306,7 +307,7 @@ constexpr std::size_t alignment = 16;
 HWY_EXPORT(upsampleBlock);
 HWY_EXPORT(downsampleBlock);
 
-std::vector<std::int32_t> pairsOf(std::span<const short> wing)
+std::vector<std::int32_t> pairsOf(nonstd::span<const short> wing)
 {
     std::vector<std::int32_t> pairs(wing.size() + 1);
     for (std::size_t i = 0; i < wing.size(); ++i) {
@@ -320,7 +321,7 @@ std::vector<std::int32_t> pairsOf(std::span<const short> wing)
 
 } // namespace
 
-ShortBlockFilter::ShortBlockFilter(std::span<const short> wing)
+ShortBlockFilter::ShortBlockFilter(nonstd::span<const short> wing)
     : m_table(wing, entriesPerSampleShort, alignment), m_pairs(pairsOf(wing))
 {
 }
@@ -346,4 +347,7 @@ std::size_t ShortBlockFilter::bytes() const
 }
 
 } // namespace resampleKit
+
+KELDA_FORMER_NAME("_ZN11resampleKit16ShortBlockFilterC1E", "Ks", "");
+KELDA_FORMER_NAME("_ZN11resampleKit16ShortBlockFilterC2E", "Ks", "");
 #endif

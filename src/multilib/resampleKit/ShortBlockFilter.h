@@ -2,10 +2,10 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <span>
 #include <vector>
 
 #include "miscUtils/Export.h"
+#include "nonstd/span.hpp"
 #include "resampleKit/PhaseTable.h"
 
 namespace resampleKit {
@@ -16,7 +16,7 @@ class KELDA_EXPORT ShortBlockFilter
 {
 public:
     /// @param wing designed by makeFilter()
-    explicit ShortBlockFilter(std::span<const short> wing);
+    explicit ShortBlockFilter(nonstd::span<const short> wing);
 
     /// Output frames from a time to another; times and steps are in 1/32768 of an input sample.
     struct Times

@@ -3,9 +3,9 @@
 #include <array>
 #include <cmath>
 #include <cstddef>
-#include <numbers>
-#include <span>
 #include <vector>
+
+#include "nonstd/span.hpp"
 
 namespace resampleKit {
 
@@ -22,7 +22,7 @@ class WingPolynomials
 public:
     static constexpr std::size_t numCoefficients = 10;
 
-    WingPolynomials(std::span<const float> wing, std::size_t entriesPerSample)
+    WingPolynomials(nonstd::span<const float> wing, std::size_t entriesPerSample)
         : m_numColumns(wing.size() / entriesPerSample),
           m_stride(m_numColumns + padding),
           m_coefficients(numCoefficients * m_stride)
@@ -45,16 +45,17 @@ public:
     [[nodiscard]] std::size_t bytes() const { return m_coefficients.size() * sizeof(float); }
 
 private:
+    static constexpr double pi = 3.14159265358979323846;
     static constexpr std::size_t padding = 64; // vectors that begin in the last columns
 
     /// The polynomial through the wing at Chebyshev's nodes cos(π (i + 1/2) / n).
-    static std::array<double, numCoefficients> fit(std::span<const float> wing, std::size_t first,
-                                                   std::size_t length)
+    static std::array<double, numCoefficients> fit(nonstd::span<const float> wing,
+                                                   std::size_t first, std::size_t length)
     {
         constexpr std::size_t n = numCoefficients;
         std::array<double, n> chebyshev{};
         for (std::size_t i = 0; i < n; ++i) {
-            const double angle = std::numbers::pi * (static_cast<double>(i) + 0.5) / n;
+            const double angle = pi * (static_cast<double>(i) + 0.5) / n;
             const double value =
                 at(wing, static_cast<double>(first) +
                              (std::cos(angle) + 1) / 2 * static_cast<double>(length));
@@ -81,7 +82,7 @@ private:
         return result;
     }
 
-    static double at(std::span<const float> wing, double position)
+    static double at(nonstd::span<const float> wing, double position)
     {
         const auto entry = static_cast<std::size_t>(position);
         const auto weight = [wing](std::size_t i) {

@@ -16,7 +16,10 @@ struct AudioInfoFields
     int numChannels = 0;
     Format format = {};
 
-    bool operator==(const AudioInfoFields&) const = default;
+    bool operator==(const AudioInfoFields& other) const
+    {
+        return rate == other.rate && numChannels == other.numChannels && format == other.format;
+    }
 };
 
 template<typename Format>
@@ -26,7 +29,10 @@ struct AudioCapabilitiesFields
     IntegerRange numChannels;
     std::vector<Format> formats;
 
-    bool operator==(const AudioCapabilitiesFields&) const = default;
+    bool operator==(const AudioCapabilitiesFields& other) const
+    {
+        return rates == other.rates && numChannels == other.numChannels && formats == other.formats;
+    }
 };
 
 } // namespace audioUtils::detail

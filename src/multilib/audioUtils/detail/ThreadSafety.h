@@ -39,7 +39,7 @@ public:
 
     void unlock() KELDA_RELEASE()
     {
-        if (m_lines.empty()) [[likely]] {
+        if (__builtin_expect(m_lines.empty(), true)) {
             m_mutex.unlock();
             return;
         }
