@@ -1,9 +1,8 @@
 #pragma once
 
+#include "audioUtils/Logging.h"
 #include "audioUtils/PcmQueue.h"
 #include <cmath>
-#include <log4cplus/configurator.h>
-#include <span>
 #include <vector>
 
 constexpr unsigned int rate = 48000, channels = 2;
@@ -17,8 +16,7 @@ public:
     /// @param sourcePpm, cardPpm how much too fast the clocks run
     VirtualTime(double sourcePpm, double cardPpm) : m_sourcePpm(sourcePpm), m_cardPpm(cardPpm)
     {
-        log4cplus::BasicConfigurator::doConfigure();
-        log4cplus::Logger::getRoot().setLogLevel(log4cplus::WARN_LOG_LEVEL);
+        audioUtils::logToStandardError();
         queue.configure(true, 200, rate, channels, sizeof(float), "", true, 20'000'000, 10'000'000);
     }
 
@@ -41,7 +39,7 @@ public:
         m_now += static_cast<double>(frames) * 1e9 / (rate * (1 + (m_cardPpm + ppm) * 1e-6));
     }
 
-    static std::span<unsigned char> bytesOf(std::vector<float>& samples)
+    static nonstd::span<unsigned char> bytesOf(std::vector<float>& samples)
     {
         return {reinterpret_cast<unsigned char*>(samples.data()), samples.size() * sizeof(float)};
     }

@@ -1,10 +1,10 @@
 // A tone that is torn off and begins again: how large is the largest step between two samples, and
 // how large is it when the click remover has faded around the gap?
+#include "audioUtils/Logging.h"
 #include "audioUtils/clickRemover/ClickRemover.h"
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <log4cplus/configurator.h>
 
 constexpr int rate = 48000;
 constexpr std::size_t channels = 1, blockFrames = 480;
@@ -19,8 +19,7 @@ float largestStep(const std::vector<float>& sound)
 
 int main()
 {
-    log4cplus::BasicConfigurator::doConfigure();
-    log4cplus::Logger::getRoot().setLogLevel(log4cplus::WARN_LOG_LEVEL);
+    audioUtils::logToStandardError();
     std::vector<float> sound(100 * blockFrames); // 1 s at 200 Hz, without 30 ms in the middle
     for (std::size_t i = 0; i < sound.size(); ++i)
         sound[i] = i / 1440 == 16 ? 0 : 0.5F * std::cos(0.026180F * static_cast<float>(i));

@@ -1,15 +1,15 @@
 // What an output device is able to, and what it would be opened with for a file of 44.1 kHz, 24
 // bits.
 //     describe_device [DEVICE]      of ALSA's, e.g. hw:0; without one, the device null
+#include "audioUtils/Logging.h"
 #include "audioUtils/device/AlsaCapabilities.h"
 #include "miscUtils/Json.h"
 #include <iostream>
-#include <log4cplus/configurator.h>
 using namespace audioUtils;
 
 int main(int argc, char** argv)
 {
-    log4cplus::BasicConfigurator::doConfigure();
+    logToStandardError();
     PcmAudioCapabilities capabilities;
     if (!getAlsaCapabilities(capabilities, argc > 1 ? argv[1] : "null", false))
         return 1; // the log says why

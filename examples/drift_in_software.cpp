@@ -31,13 +31,13 @@ public:
     }
 
     /// Takes a block whole; what it makes of it is about as long, and valid until the next call.
-    std::span<float> convert(std::span<float> block)
+    nonstd::span<float> convert(nonstd::span<float> block)
     {
         auto samples = static_cast<unsigned int>(m_output.size());
         m_resampler.processFloat(block.data(), static_cast<int>(block.size()), m_output.data(),
                                  samples, false, false);
         m_waiting += static_cast<double>(block.size()) - samples * static_cast<double>(m_ratio);
-        return std::span(m_output).first(samples);
+        return nonstd::span(m_output).first(samples);
     }
 
     /// How long what is offered now waits in the resampler, ns.

@@ -1,5 +1,6 @@
 // What the public headers show in their comments, a function each.
 //     in_headers [x]      with any argument it plays silence on the card hw:0, too
+#include "audioUtils/Logging.h"
 #include "audioUtils/PcmQueue.h"
 #include "audioUtils/PllDriftCompensator.h"
 #include "audioUtils/clickRemover/ClickRemover.h"
@@ -7,7 +8,6 @@
 #include "audioUtils/device/FakeOutputDevice.h"
 #include "audioUtils/resample/GStreamerResampler.h"
 #include "audioUtils/resample/HighQualityResampler.h"
-#include <log4cplus/configurator.h>
 
 using namespace audioUtils;
 
@@ -126,8 +126,7 @@ bool highQualityResampler()
 
 int main(int argc, char**)
 {
-    log4cplus::BasicConfigurator::doConfigure();
-    log4cplus::Logger::getRoot().setLogLevel(log4cplus::OFF_LOG_LEVEL);
+    logToStandardError(LogNothing);
     if (argc > 1) {
         alsaOutputDevice(); // a real one: only when asked
     }

@@ -1,12 +1,12 @@
 // Plays 2 s of a tone, live, packet by packet; 50 ms of it get lost on the way.
 //     play_timestamped [DEVICE]      of ALSA's, e.g. default; without one, a simulated device
+#include "audioUtils/Logging.h"
 #include "audioUtils/PcmQueue.h"
 #include "audioUtils/device/AlsaOutputDevice.h"
 #include "audioUtils/device/FakeOutputDevice.h"
 #include <atomic>
 #include <cmath>
 #include <iostream>
-#include <log4cplus/configurator.h>
 #include <thread>
 using namespace audioUtils;
 constexpr TimeValue ms = 1'000'000;
@@ -29,8 +29,7 @@ void produce(PcmQueue& queue)
 
 int main(int argc, char** argv)
 {
-    log4cplus::BasicConfigurator::doConfigure(); // where log lines go is the program's choice
-    log4cplus::Logger::getRoot().setLogLevel(log4cplus::WARN_LOG_LEVEL);
+    logToStandardError(); // warnings and errors; or configure log4cplus
     AlsaOutputDevice card;
     FakeOutputDevice simulated;
     OutputDevice& device = argc > 1 ? static_cast<OutputDevice&>(card) : simulated;

@@ -1,16 +1,15 @@
+#include "audioUtils/Logging.h"
 #include "audioUtils/PcmQueue.h"
 #include "audioUtils/device/FakeOutputDevice.h"
 #include <algorithm>
 #include <atomic>
-#include <log4cplus/configurator.h>
 #include <thread>
 
 using audioUtils::TimeValue;
 
 int main()
 {
-    log4cplus::BasicConfigurator::doConfigure(); // where log lines go is the program's choice
-    log4cplus::Logger::getRoot().setLogLevel(log4cplus::WARN_LOG_LEVEL);
+    audioUtils::logToStandardError(); // warnings and errors; or configure log4cplus
 
     audioUtils::FakeOutputDevice device; // 48 kHz, 16-bit stereo: 4 bytes a frame
     if (!device.open("speaker", audioUtils::S16LE, 48000, 2, 1920, 480, 960, false, ""))

@@ -1,20 +1,19 @@
 // Plays silence, and tells whether the device's delay can be relied on: the due times of its blocks
 // should lie on a straight line.
 //     watch_device [DEVICE [SECONDS]]      of ALSA's; without one, a simulated device, for 2 s
+#include "audioUtils/Logging.h"
 #include "audioUtils/device/AlsaOutputDevice.h"
 #include "audioUtils/device/FakeOutputDevice.h"
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <log4cplus/configurator.h>
 #include <vector>
 using namespace audioUtils;
 
 int main(int argc, char** argv)
 {
-    log4cplus::BasicConfigurator::doConfigure();
-    log4cplus::Logger::getRoot().setLogLevel(log4cplus::WARN_LOG_LEVEL);
+    logToStandardError();
     AlsaOutputDevice card;
     FakeOutputDevice simulated;
     OutputDevice& device = argc > 1 ? static_cast<OutputDevice&>(card) : simulated;
@@ -49,7 +48,7 @@ int main(int argc, char** argv)
         sumXX += x(i) * x(i), sumY += off[i], sumXY += x(i) * off[i];
     for (std::size_t i = 0; i < off.size(); ++i)
         off[i] = std::abs(off[i] - sumY / count - x(i) * sumXY / sumXX) * 1e-6;
-    std::ranges::sort(off);
+    std::sort(off.begin(), off.end());
     std::printf("%.1f ppm fast; due times off a line: 99 %% by at most %.3f ms, worst %.3f ms\n",
                 -sumXY / sumXX / nominal * 1e6, off[off.size() * 99 / 100], off.back());
     std::printf("%d underruns, delay %.1f ms\n", underruns,

@@ -1,35 +1,24 @@
 #!/bin/sh
-# consumers.sh PREFIX [COMPILER]: builds the README's example, in C++ and in C, in an empty folder
-# against what is installed below PREFIX, once as a project of CMake and once as a Makefile with
-# pkg-config, and runs all. Every header that is installed must serve a program, too.
+# consumers.sh PREFIX [COMPILER]: programs outside, against what is installed below PREFIX: the README's
+# program and the guides', each in an empty folder as the page says (recipes.sh); a project of CMake; and
+# every header that is installed must serve a program.
 set -eu
 here=$(cd "$(dirname "$0")" && pwd)
 prefix=$(cd "$1" && pwd)
 export CXX="${2:-c++}"
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
-cp -r "$here/cmake" "$here/pkgconfig" "$folder"
-cp "$here/../linking/outsideKits.cpp" "$folder/cmake"
-for consumer in cmake pkgconfig; do
-    cp "$here/../../examples"/queue_to_device.c* "$folder/$consumer"
-done
 
-description=$(find "$prefix/lib" -name kelda-audioUtils.pc)
-PKG_CONFIG_PATH=$(dirname "$description")
-libraries=$(dirname "$PKG_CONFIG_PATH")
-export PKG_CONFIG_PATH
+"$here/recipes.sh" "$prefix" "$here/../../README.md" "$here"/../../docs/guides/*.md
 
+cp -r "$here/cmake" "$folder"
+cp "$here/../linking/outsideKits.cpp" "$here/../../examples/queue_to_device.c" "$folder/cmake"
 cd "$folder/cmake"
 { cmake -G Ninja -D CMAKE_PREFIX_PATH="$prefix" -B build && cmake --build build; } >log 2>&1 ||
     { cat log; exit 1; }
-for program in queue_to_device queue_to_device_c outsideKits; do
+libraries=$(dirname "$(find "$prefix/lib" -name libkelda_audioUtils.so)")
+for program in queue_to_device_c outsideKits; do
     LD_LIBRARY_PATH=$libraries timeout 60 build/$program
-done
-
-cd "$folder/pkgconfig"
-LD_LIBRARY_PATH=$libraries make --silent
-for program in queue_to_device queue_to_device_c; do
-    LD_LIBRARY_PATH=$libraries timeout 60 ./$program
 done
 
 # Every header; with the view type that the libraries were built with, whatever the machine has.
@@ -40,5 +29,5 @@ cd "$prefix/include/kelda"
 grep -q '^#if 01 ' nonstd/span.hpp ||
     echo '#error "another type than the libraries were built with"' >"$folder/headers/nonstd/span.hpp"
 find . -name '*.h*' -printf '#include "%P"\n' |
-    "$CXX" -std=c++20 -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror -fsyntax-only -x c++ - \
+    "$CXX" -std=c++17 -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror -fsyntax-only -x c++ - \
         -I "$prefix/include/kelda" -isystem "$folder/headers"

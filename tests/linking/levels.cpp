@@ -19,6 +19,7 @@
 
 #include "audioUtils/AudioDataStructures.h"
 #include "audioUtils/DsdDataStructures.h"
+#include "audioUtils/Logging.h"
 #include "audioUtils/LowPassFilter.h"
 #include "audioUtils/PcmDataStructures.h"
 #include "audioUtils/PcmQueue.h"
@@ -198,6 +199,7 @@ void filters()
 
 int main()
 {
+    logToStandardError(LogErrors);
     printTypes();
     handOver();
     view();

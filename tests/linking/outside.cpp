@@ -7,6 +7,7 @@
 
 #include "audioUtils/AudioDataStructures.h"
 #include "audioUtils/DsdDataStructures.h"
+#include "audioUtils/Logging.h"
 #include "audioUtils/LowPassFilter.h"
 #include "audioUtils/PcmDataStructures.h"
 #include "audioUtils/PcmQueue.h"
