@@ -12,6 +12,7 @@
 #include "Laboratory.h"
 #include "Report.h"
 #include "Scenario.h"
+#include "ScenarioFiles.h"
 #include "Table.h"
 
 int main(int argc, char** argv)
@@ -26,7 +27,9 @@ int main(int argc, char** argv)
         std::string reportFolder;
         double seconds = 0;
         std::optional<unsigned int> seed;
-        runCommand->add_option("SCENARIO.json", path, "What happens, and what is to be reached")
+        runCommand
+            ->add_option("SCENARIO", path,
+                         "What happens, and what is to be reached: a file, or a name")
             ->required();
         runCommand->option_defaults()->group("Scenario");
         runCommand->add_option("--seconds", seconds, "Play so long instead")
@@ -47,7 +50,7 @@ int main(int argc, char** argv)
         log4cplus::BasicConfigurator::doConfigure(log4cplus::Logger::getDefaultHierarchy(), true);
         log4cplus::Logger::getRoot().setLogLevel(log4cplus::OFF_LOG_LEVEL);
 
-        keldaLab::Scenario scenario = keldaLab::readScenario(path);
+        keldaLab::Scenario scenario = keldaLab::readScenario(keldaLab::scenarioPath(path));
         if (seconds > 0) {
             scenario.seconds = seconds;
         }

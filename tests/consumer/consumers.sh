@@ -21,6 +21,10 @@ for program in queue_to_device_c outsideKits; do
     LD_LIBRARY_PATH=$libraries timeout 60 build/$program
 done
 
+# The scenarios that were installed, by name.
+LD_LIBRARY_PATH=$libraries "$prefix/bin/kelda-lab" run nowhere 2>&1 | grep -q interruptions ||
+    { echo 'kelda-lab does not find its scenarios'; exit 1; }
+
 # Every header; with the view type that the libraries were built with, whatever the machine has.
 mkdir -p "$folder/headers/nonstd"
 cd "$prefix/include/kelda"
