@@ -167,6 +167,11 @@ std::string pictureOf(const fs::path& path)
     return begin == std::string::npos ? "" : picture.substr(begin);
 }
 
+bool isDrawable(const Audio* audio)
+{
+    return audio != nullptr && audio->isDrawable();
+}
+
 const char* classOf(Verdict verdict)
 {
     switch (verdict) {
@@ -236,7 +241,7 @@ void writePage(const fs::path& folder, const Contents& contents)
     for (const auto& [heading, file, audio] :
          {std::tuple("What was read from the queue", "before.png", contents.before),
           std::tuple("What was played, clicks removed", "after.png", contents.after)}) {
-        if (audio != nullptr) {
+        if (isDrawable(audio)) {
             out << "<h2>" << heading << "</h2>\n<img src=\"data:image/png;base64,"
                 << base64(readFile(folder / file)) << "\" alt=spectrogram>\n";
         }
@@ -319,10 +324,10 @@ void write(const std::string& folder, const Contents& contents)
     fs::create_directories(path, error);
     writeTrace(path / "trace.csv", contents.sync.series().spans());
     draw(path, contents);
-    if (contents.before != nullptr) {
+    if (isDrawable(contents.before)) {
         drawSpectrogram(folder, "before", *contents.before);
     }
-    if (contents.after != nullptr) {
+    if (isDrawable(contents.after)) {
         drawSpectrogram(folder, "after", *contents.after);
     }
     writePage(path, contents);

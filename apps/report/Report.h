@@ -43,7 +43,7 @@ struct Contents
     const keldaSync::SyncStatistics& sync;
     const std::vector<Line>& table;
     const std::vector<Fact>& facts; ///< of the run
-    const Audio* before = nullptr;  ///< without the removal of clicks; null: not known
+    const Audio* before = nullptr;  ///< without the removal of clicks; null, or short: not shown
     const Audio* after = nullptr;
 };
 

@@ -119,8 +119,9 @@ void drawSpectrogram(const std::string& folder, const std::string& name, const A
     {
         std::ofstream out(data);
         ShortTimeSpectrum spectrum;
-        const double step = std::max(256.0, static_cast<double>(audio.samples.size()) /
-                                                static_cast<double>(columns));
+        const double step =
+            std::max<double>(Audio::leastStep, static_cast<double>(audio.samples.size()) /
+                                                   static_cast<double>(columns));
         for (double at = 0; at < static_cast<double>(audio.samples.size()); at += step) {
             const std::span<const double> power =
                 spectrum.around(audio, static_cast<std::ptrdiff_t>(at));

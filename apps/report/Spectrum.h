@@ -15,6 +15,11 @@ struct Audio
     unsigned int rate = 0;
 
     [[nodiscard]] double seconds() const { return static_cast<double>(samples.size()) / rate; }
+
+    /// Whether there is enough of it for a picture.
+    [[nodiscard]] bool isDrawable() const { return samples.size() > leastStep; }
+
+    static constexpr std::size_t leastStep = 256; ///< samples between two columns of a picture
 };
 
 /// The power of short pieces of a sound over frequency: 2048 samples each, under a window whose

@@ -111,7 +111,7 @@ std::string reasonOf(const SyncStatistics& sync)
 {
     switch (verdictOf(sync)) {
     case Verdict::NothingHeard:
-        return losses(sync);
+        return "no frame of the stream was given to the device; " + losses(sync);
     case Verdict::Interrupted:
         return losses(sync) + "; " + timing(sync);
     default:

@@ -210,6 +210,76 @@ TEST(LaboratoryTest, LeavesAClockThatIsTooFarOffToTheQueue)
     EXPECT_EQ(result.sync.skips(), 0U);
 }
 
+TEST(GoalTest, IsMissedByWhatWasNotMeasured)
+{
+    Scenario drifting = perfect(20);
+    drifting.source.crystal.ppm = 500;
+    drifting.drift.correction = Correction::None;
+    const keldaLab::Result result = keldaLab::run(drifting);
+    for (const char* name : {"lock time", "relock time, worst", "error in lock, rms",
+                             "error in lock, p99", "error in lock, worst", "ratio jitter, rms"}) {
+        drifting.goals = {{name, 1e6}};
+        const auto table = keldaLab::tableOf(result, drifting);
+        EXPECT_FALSE(keldaReport::isReached(table)) << name << describe(table);
+    }
+    drifting.goals = {{"error, worst", 1e6}, {"events", 0}};
+    EXPECT_TRUE(keldaReport::isReached(keldaLab::tableOf(result, drifting)));
+    drifting.goals = {{"error, worst", 9000}};
+    EXPECT_FALSE(keldaReport::isReached(keldaLab::tableOf(result, drifting)))
+        << "500 ppm in 20 s are 10 ms";
+}
+
+// What comes too late for its path is skipped, or never heard: nothing of that is 0.
+TEST(GoalTest, IsMissedByAStreamThatComesTooLate)
+{
+    Scenario late = perfect(20);
+    late.device.periodFrames = 64;
+    late.device.bufferFrames = 192;
+    late.source.leadMs = 10;
+    const keldaLab::Result nothing = keldaLab::run(late);
+    EXPECT_EQ(verdictOf(nothing.sync), Verdict::NothingHeard) << reasonOf(nothing.sync);
+    EXPECT_GT(nothing.sync.counts().lostFrames(), 0U);
+    for (const char* name : {"events", "skips", "silences", "lost", "error, worst"}) {
+        late.goals = {{name, 0}};
+        const auto table = keldaLab::tableOf(nothing, late);
+        EXPECT_FALSE(keldaReport::isReached(table)) << name << describe(table);
+    }
+    late.source.leadMs = 20;
+    const keldaLab::Result some = keldaLab::run(late);
+    EXPECT_EQ(verdictOf(some.sync), Verdict::NotInSync) << reasonOf(some.sync);
+    EXPECT_GT(some.sync.counts().lostFrames(), 0U);
+}
+
+// The player's verdicts, of its own path in virtual time.
+TEST(LaboratoryTest, TellsHowAStreamWasHeard)
+{
+    Scenario plain = perfect(30);
+    plain.drift.correction = Correction::None;
+    plain.device.wakeUpUs = 100;
+    EXPECT_EQ(verdictOf(keldaLab::run(plain).sync), Verdict::InSync) << "on a busy desktop";
+
+    Scenario gap = plain;
+    gap.events = {{10, Event::Kind::Gap, 80}};
+    const keldaLab::Result interrupted = keldaLab::run(gap);
+    EXPECT_EQ(verdictOf(interrupted.sync), Verdict::Interrupted);
+    EXPECT_NEAR(static_cast<double>(interrupted.sync.counts().gapFrames()), 3840, 10);
+    EXPECT_EQ(interrupted.sync.silences(), 1U);
+
+    Scenario dry = plain;
+    dry.events = {{10, Event::Kind::Underrun, 300}};
+    EXPECT_EQ(verdictOf(keldaLab::run(dry).sync), Verdict::Interrupted);
+
+    Scenario drifting = plain;
+    drifting.source.crystal.ppm = 100;
+    EXPECT_EQ(verdictOf(keldaLab::run(drifting).sync), Verdict::NotInSync);
+    drifting.drift.correction = Correction::Resample;
+    EXPECT_EQ(verdictOf(keldaLab::run(drifting).sync), Verdict::InSync);
+
+    Scenario moment = plain;
+    moment.seconds = 1;
+    EXPECT_EQ(verdictOf(keldaLab::run(moment).sync), Verdict::NotMeasured);
+}
+
 TEST(ScenarioFileTest, TellsWhatIsWrongWithIt)
 {
     const std::string path = testing::TempDir() + "scenario.json";
