@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <exception>
-#include <iomanip>
 #include <sstream>
 #include <stdexcept>
 #include <thread>
@@ -57,13 +56,6 @@ std::string textOf(const Options& options)
     }
     text << "; Kp " << drift.Kp << ", Ki " << drift.Ki << ", Kd " << drift.Kd << ", at most "
          << drift.limitPpm << " ppm";
-    return text.str();
-}
-
-std::string secondsText(double seconds)
-{
-    std::ostringstream text;
-    text << std::fixed << std::setprecision(3) << seconds << " s";
     return text.str();
 }
 
@@ -232,7 +224,6 @@ void Session::writeReport() const
     std::vector<keldaReport::Fact> facts = keldaReport::factsOfProcess("kelda-play " KELDA_VERSION);
     facts.push_back({"device", m_granted});
     facts.push_back({"correction", textOf(m_options)});
-    facts.push_back({"duration", secondsText(sync.seconds())});
     keldaReport::write(m_options.reportFolder,
                        {m_options.device + ": " + m_options.files.front(), sync,
                         keldaReport::linesOf(sync), facts, m_before ? &m_before->audio() : nullptr,

@@ -220,7 +220,9 @@ void writePage(const fs::path& folder, const Contents& contents)
         << toString(keldaSync::verdictOf(contents.sync)) << "</h1><p>" << reasonOf(contents.sync)
         << ".</p><p>" << escaped(contents.title) << "</p>\n"
         << goalsOf(contents.table);
-    writeFacts(out, contents.facts);
+    std::vector<Fact> facts = contents.facts;
+    facts.push_back({"duration", formatted(contents.sync.seconds()) + " s"});
+    writeFacts(out, facts);
     out << "<table><tr><th><th>value<th>at most<th></tr>\n";
     for (const Line& line : contents.table) {
         out << "<tr><td>" << line.name << "<td>" << withUnit(line) << "<td>"
