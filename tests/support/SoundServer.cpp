@@ -191,6 +191,11 @@ void SoundServer::crash()
     }
 }
 
+void SoundServer::stop()
+{
+    kill(m_server->id(), SIGSTOP);
+}
+
 std::unique_ptr<Process> SoundServer::record(const fs::path& file) const
 {
     const std::string redirected = " >" + file.string() + " 2>" + path("record.log");

@@ -42,6 +42,9 @@ public:
     /// Ends it from one moment to the next. Clients, record() too, lose their connection.
     void crash();
 
+    /// Has it answer nobody any more, nor take anything, though it lives.
+    void stop();
+
     /// Writes what the sink plays as raw S16LE stereo; waits until the first of it is there: null
     /// after 5 s. Ends with the object.
     [[nodiscard]] std::unique_ptr<Process> record(const std::filesystem::path& file) const;

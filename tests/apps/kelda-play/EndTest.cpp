@@ -4,11 +4,9 @@
 #include <array>
 
 #include <fcntl.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 
-#include "PlayFixture.h"
+#include "RunningPlayFixture.h"
 #include "support/FaultySoundCard.h"
 
 using namespace keldaPlayTest;
@@ -22,101 +20,9 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// @return whether it has become so, within the time that a very busy machine needs
-template<typename Condition>
-bool becomes(Condition condition)
-{
-    const auto end = std::chrono::steady_clock::now() + 30s;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > end) {
-            return false;
-        }
-        std::this_thread::sleep_for(10ms);
-    }
-    return true;
-}
-
-/// A line of /proc/PID/status.
-std::string statusOf(pid_t process, const std::string& field)
-{
-    std::ifstream file("/proc/" + std::to_string(process) + "/status");
-    for (std::string line; std::getline(file, line);) {
-        if (line.starts_with(field + ":")) {
-            return line;
-        }
-    }
-    return "";
-}
-
-bool isInMask(pid_t process, const std::string& mask, int signal)
-{
-    const std::string line = statusOf(process, mask);
-    return line.size() > mask.size() + 2 &&
-           (std::stoull(line.substr(mask.size() + 2), nullptr, 16) >> (signal - 1) & 1U) != 0;
-}
-
-class EndTest : public PlayTest
+class EndTest : public RunningPlayTest
 {
 protected:
-    ~EndTest() override
-    {
-        if (m_process != 0) {
-            kill(m_process, SIGKILL);
-            waitpid(m_process, nullptr, 0);
-        }
-    }
-
-    /// @param outputs a shell's redirections
-    void start(const std::string& arguments, const std::string& outputs = "")
-    {
-        const std::string command =
-            "exec " KELDA_PLAY " " + clickRemoval + arguments + " </dev/null" +
-            (outputs.empty() ? " >" + path("out") + " 2>" + path("err") : outputs);
-        const char* argv[] = {"sh", "-c", command.c_str(), nullptr};
-        ASSERT_EQ(
-            posix_spawn(&m_process, "/bin/sh", nullptr, nullptr, const_cast<char**>(argv), environ),
-            0);
-    }
-
-    /// Until its first thread waits for something, for good.
-    [[nodiscard]] bool waits() const
-    {
-        std::string before;
-        int same = 0;
-        return becomes([&] {
-            const std::string now = statusOf(m_process, "voluntary_ctxt_switches");
-            const bool isAsleep = statusOf(m_process, "State").find("S (") != std::string::npos;
-            const bool takesSignals = isInMask(m_process, "SigBlk", SIGINT);
-            same = isAsleep && takesSignals && now == before ? same + 1 : 0;
-            before = now;
-            return same == 20;
-        });
-    }
-
-    void send(int signal) const
-    {
-        kill(m_process, signal);
-        // Two of a kind that come at once are one.
-        EXPECT_TRUE(becomes([&] { return !isInMask(m_process, "ShdPnd", signal); }));
-    }
-
-    [[nodiscard]] bool hasEnded()
-    {
-        siginfo_t info{};
-        waitid(P_PID, static_cast<id_t>(m_process), &info, WEXITED | WNOHANG | WNOWAIT);
-        return info.si_pid == m_process;
-    }
-
-    /// As PlayTest::play(), when it has ended.
-    int end()
-    {
-        EXPECT_TRUE(becomes([this] { return hasEnded(); })) << "it hangs";
-        int status = 0;
-        kill(m_process, SIGKILL);
-        waitpid(std::exchange(m_process, 0), &status, 0);
-        return finish(status);
-    }
-
     /// One signal ends it, and the user is told why.
     void expectOneSignalEnds(const std::string& arguments, const std::string& what)
     {
@@ -142,7 +48,6 @@ protected:
     }
 
     const std::string atOnce = ", the second signal, at once\n";
-    pid_t m_process = 0;
 };
 
 /// On a sound card that hangs, or in which threads spin.
@@ -184,23 +89,6 @@ TEST_F(EndTest, NeedsOneSignalWhileNobodyReadsANamedPipe)
     expectOneSignalEnds("--trace " + pipe + " " + recording, pipe);
 }
 
-TEST_F(EndTest, NeedsOneSignalWhileASoundServerDoesNotAnswer)
-{
-    sockaddr_un address{AF_UNIX, {}};
-    path("socket").copy(address.sun_path, sizeof address.sun_path - 1);
-    const int server = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    ASSERT_EQ(bind(server, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-    ASSERT_EQ(listen(server, 5), 0);
-    std::ofstream(path("asound.conf")) << "</usr/share/alsa/alsa.conf>\n"
-                                          "pcm.server { type pulse server \"unix:"
-                                       << path("socket") << "\" }\n";
-    setenv("ALSA_CONFIG_PATH", path("asound.conf").c_str(), 1);
-    expectOneSignalEnds("--device server " + recording, "device server");
-    expectOneSignalEnds("--describe-device server", "device server");
-    unsetenv("ALSA_CONFIG_PATH");
-    close(server);
-}
-
 TEST_F(EndWithDeviceTest, NeedsOneSignalWhileItIsBeingOpened)
 {
     card->hangsOnOpen = true;
@@ -225,7 +113,7 @@ TEST_F(EndWithDeviceTest, EndsAsEverWhereOneSignalComesWhileItOpens)
     card->hangsOnOpen = true;
     start(arguments);
     ASSERT_TRUE(becomes([this] { return card->numStuck > 0; }));
-    kill(m_process, SIGINT);
+    send(SIGINT);
     card->hangsOnOpen = false;
     EXPECT_EQ(end(), 0) << err;
     EXPECT_THAT(out, HasSubstr("\nplayed "));
