@@ -1,5 +1,6 @@
 #include <cstdio>
 #include <exception>
+#include <limits>
 #include <optional>
 #include <string>
 #include <vector>
@@ -8,6 +9,7 @@
 #include <log4cplus/configurator.h>
 #include <log4cplus/initializer.h>
 
+#include "Arguments.h"
 #include "HelpFormatter.h"
 #include "Laboratory.h"
 #include "Report.h"
@@ -33,10 +35,12 @@ int main(int argc, char** argv)
             ->required();
         runCommand->option_defaults()->group("Scenario");
         runCommand->add_option("--seconds", seconds, "Play so long instead")
-            ->check(CLI::PositiveNumber);
-        runCommand->add_option("--seed", seed, "Start of the random numbers instead");
+            ->transform(keldaPlay::number(0.001, 1e9));
+        runCommand->add_option("--seed", seed, "Start of the random numbers instead")
+            ->transform(keldaPlay::number(0U, std::numeric_limits<unsigned int>::max()));
         runCommand->option_defaults()->group("Output");
         runCommand->add_option("--report", reportFolder, "Write a trace, plots and a page there")
+            ->check(keldaPlay::someText())
             ->option_text("DIR");
         try {
             app.parse(argc, argv);

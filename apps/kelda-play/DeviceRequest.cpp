@@ -1,7 +1,11 @@
 #include "DeviceRequest.h"
 
 #include <algorithm>
+#include <cstdlib>
 
+#include <alsa/asoundlib.h>
+
+#include "Errors.h"
 #include "Opening.h"
 #include "audioUtils/device/AlsaOutputDevice.h"
 #include "audioUtils/device/FakeOutputDevice.h"
@@ -9,6 +13,40 @@
 namespace keldaPlay {
 
 using audioUtils::OutputDevice;
+
+namespace {
+
+std::string knownSpeakers()
+{
+    std::string names;
+    for (int position = SND_CHMAP_MONO; position <= SND_CHMAP_LAST; ++position) {
+        names +=
+            std::string(" ") + snd_pcm_chmap_name(static_cast<snd_pcm_chmap_position>(position));
+    }
+    return names;
+}
+
+void checkChannelMap(const std::string& map, unsigned int numChannels)
+{
+    const unsigned int mapped = map.empty() ? numChannels : numChannelsOf(map);
+    if (mapped != numChannels) {
+        throw UsageError("--channel-map " + map + " is for " + std::to_string(mapped) +
+                         (mapped == 1 ? " channel" : " channels") + ", but the device gets " +
+                         std::to_string(numChannels));
+    }
+}
+
+} // namespace
+
+unsigned int numChannelsOf(const std::string& channelMap)
+{
+    const std::unique_ptr<snd_pcm_chmap_t, void (*)(void*)> map(
+        snd_pcm_chmap_parse_string(channelMap.c_str()), std::free);
+    if (!map) {
+        throw UsageError("no map of speakers: " + channelMap + ", known are" + knownSpeakers());
+    }
+    return map->channels;
+}
 
 DeviceRequest requestFor(const Options& options, const audioUtils::PcmAudioInfo& stream)
 {
@@ -26,6 +64,7 @@ DeviceRequest requestFor(const Options& options, const audioUtils::PcmAudioInfo&
     request.startThreshold = orElse(options.startThreshold, request.bufferSize);
     request.rateResample = options.rateResample;
     request.channelMap = options.channelMap;
+    checkChannelMap(request.channelMap, request.numChannels);
     return request;
 }
 

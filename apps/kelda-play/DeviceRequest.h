@@ -23,7 +23,14 @@ struct DeviceRequest
     std::string channelMap;
 };
 
+/// How many channels a map in ALSA's syntax, "FL FR", has a speaker for.
+///
+/// Throws UsageError when it is none.
+[[nodiscard]] unsigned int numChannelsOf(const std::string& channelMap);
+
 /// What the user asked for, and where he left it open, what suits the stream.
+///
+/// Throws UsageError when the channel map is for another number of channels.
 [[nodiscard]] DeviceRequest requestFor(const Options& options,
                                        const audioUtils::PcmAudioInfo& stream);
 

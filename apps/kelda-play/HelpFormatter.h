@@ -82,12 +82,6 @@ private:
 
     [[nodiscard]] static std::string rangeOf(const std::string& type)
     {
-        if (type.ends_with(":POSITIVE")) {
-            return "above 0";
-        }
-        if (type.ends_with(":NONNEGATIVE")) {
-            return "0 or more";
-        }
         return CLI::detail::find_and_replace(between(type, " in [", "]"), " - ", " to ");
     }
 

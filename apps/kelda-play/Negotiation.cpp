@@ -54,15 +54,16 @@ PcmAudioInfo describe(std::span<const Track> tracks)
 
 PcmAudioCapabilities capabilitiesOf(const std::string& deviceName, bool rateResample)
 {
-    if (deviceName == "fake") {
-        return getAllPossiblePcmCapabilities();
+    PcmAudioCapabilities device = getAllPossiblePcmCapabilities();
+    if (deviceName != "fake") {
+        const Opening opening("device " + deviceName);
+        if (!getAlsaCapabilities(device, deviceName, rateResample)) {
+            throw DeviceError("device " + deviceName + " can't be opened");
+        }
     }
-    PcmAudioCapabilities capabilities;
-    const Opening opening("device " + deviceName);
-    if (!getAlsaCapabilities(capabilities, deviceName, rateResample)) {
-        throw DeviceError("device " + deviceName + " can't be opened");
-    }
-    return capabilities;
+    std::vector<PcmFormat> formats = device.getPcmFormats();
+    std::erase_if(formats, [](PcmFormat format) { return !layoutOf(format); });
+    return {device.getSampleRates(), device.getNumChannels(), std::move(formats)};
 }
 
 std::optional<PcmFormat> nearestFormat(PcmFormat wanted, const std::vector<PcmFormat>& supported)
@@ -82,13 +83,26 @@ std::optional<PcmFormat> nearestFormat(PcmFormat wanted, const std::vector<PcmFo
 
 namespace {
 
-PcmAudioInfo checked(const PcmAudioInfo& device, const PcmAudioInfo& stream)
+/// What a device that takes it would get, if a resampler makes that of the stream.
+PcmAudioInfo checked(const Options& options, const PcmAudioInfo& device, const PcmAudioInfo& stream)
 {
-    const double ratio = static_cast<double>(stream.getSampleRate()) / device.getSampleRate();
-    if (ratio <= 0.125 || ratio >= 8) {
-        throw DeviceError("no sample rate is converted by more than a factor of 8: " +
-                          std::to_string(stream.getSampleRate()) + " Hz to " +
-                          std::to_string(device.getSampleRate()) + " Hz");
+    const auto isWithinReach = [&](const ResamplerChoice& choice, double adjustmentPpm) {
+        return RateConverter::isWithinReach(choice, stream.getSampleRate(), device.getSampleRate(),
+                                            adjustmentPpm);
+    };
+    const std::string rates = ": " + std::to_string(stream.getSampleRate()) + " Hz to " +
+                              std::to_string(device.getSampleRate()) + " Hz";
+    if (!isWithinReach({}, 0)) {
+        throw DeviceError("no sample rate is converted by more than a factor of 8" + rates);
+    }
+    if (!isWithinReach(options.resampler, 0)) {
+        throw UsageError("--resampler short converts by less than a factor of 8" + rates);
+    }
+    if (options.drift.correction == Correction::Resample &&
+        !isWithinReach(options.resampler, options.drift.limitPpm)) {
+        throw UsageError("--correct resample needs room below a factor of 8 for its "
+                         "--adjust-limit" +
+                         rates);
     }
     return device;
 }
@@ -107,17 +121,18 @@ PcmAudioInfo negotiate(const Options& options, const PcmAudioInfo& stream,
         info.setSampleRate(static_cast<int>(options.rate));
     }
     if (isAudioInfoCompatible(info, device) && layoutOf(info.getPcmFormat())) {
-        return checked(info, stream);
+        return checked(options, info, stream);
     }
     const auto format = nearestFormat(info.getPcmFormat(), device.getPcmFormats());
     if (!format || (options.format && *format != *options.format)) {
-        throw DeviceError("device " + options.device + " does not take " +
-                          toString(info.getPcmFormat()) + ", but " +
-                          namesOf(device.getPcmFormats()));
+        throw DeviceError(
+            "device " + options.device + " does not take " + toString(info.getPcmFormat()) +
+            (device.getPcmFormats().empty() ? " or any other format that can be played"
+                                            : ", but " + namesOf(device.getPcmFormats())));
     }
     info.setPcmFormat(*format);
     static_cast<void>(pickNearestAudioInfo(info, device)); // the format is one of the device's
-    return checked(info, stream);
+    return checked(options, info, stream);
 }
 
 PcmAudioInfo negotiate(const Options& options, const Playlist& playlist)

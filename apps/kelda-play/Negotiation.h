@@ -22,7 +22,7 @@ namespace keldaPlay {
 /// The stream of several tracks: in the format of the one that demands most.
 [[nodiscard]] audioUtils::PcmAudioInfo describe(std::span<const Track> tracks);
 
-/// What the named device is able to: "fake" to everything.
+/// What the named device is able to, of what can be played: "fake" to everything.
 ///
 /// Throws DeviceError when it can't be asked.
 [[nodiscard]] audioUtils::PcmAudioCapabilities capabilitiesOf(const std::string& deviceName,
@@ -35,7 +35,8 @@ nearestFormat(audioUtils::PcmFormat wanted, const std::vector<audioUtils::PcmFor
 
 /// How a device is to be opened for a stream: just so, or as near as it is able to.
 ///
-/// Throws DeviceError when that is not near enough to be played.
+/// Throws DeviceError when that is not near enough to be played, UsageError when the options don't
+/// go with the rates.
 [[nodiscard]] audioUtils::PcmAudioInfo negotiate(const Options& options,
                                                  const audioUtils::PcmAudioInfo& stream,
                                                  const audioUtils::PcmAudioCapabilities& device);

@@ -65,6 +65,8 @@ struct Options
     std::string logLevel = "warn";
     ColorChoice color = ColorChoice::Auto;
     bool json = false;
+
+    std::vector<std::string> given; // the names of the options that were, and FILE
 };
 
 /// Reads the command line.

@@ -18,6 +18,7 @@
 #include "Session.h"
 #include "Statistics.h"
 #include "Track.h"
+#include "WithoutEffect.h"
 
 namespace keldaPlay {
 
@@ -51,6 +52,7 @@ void playAll(const Playing& playing, std::span<const Track> tracks)
     if (!isOneStream) {
         refuseForSeveralStreams(options, tracks.front(), tracks[firstRun]);
     }
+    refuseWithoutEffect(options, tracks);
     std::optional<double> secondsLeft = options.durationSeconds;
     double secondsOfRound = 0;
     do {

@@ -193,6 +193,17 @@ RateConverter::RateConverter(const ResamplerChoice& choice, double inRate, doubl
 
 RateConverter::~RateConverter() = default;
 
+// The resamplers abort on what lies outside.
+bool RateConverter::isWithinReach(const ResamplerChoice& choice, double inRate, double outRate,
+                                  double adjustmentPpm)
+{
+    const double ratio = inRate / outRate;
+    const auto least = static_cast<float>(ratio * (1 - adjustmentPpm * 1e-6));
+    const auto most = static_cast<float>(ratio * (1 + adjustmentPpm * 1e-6));
+    return choice.kind == ResamplerChoice::Kind::Short ? least > 0.125F && most < 8
+                                                       : least >= 0.125F && most <= 8;
+}
+
 audioUtils::PcmFormat RateConverter::inputFormat(const ResamplerChoice& choice)
 {
     return choice.kind == ResamplerChoice::Kind::Short ? audioUtils::S16LE : audioUtils::F32LE;

@@ -34,6 +34,11 @@ public:
     RateConverter(const RateConverter&) = delete;
     RateConverter& operator=(const RateConverter&) = delete;
 
+    /// Whether a resampler converts these rates, which adjust() then changes by up to so many ppm
+    /// to either side: by a factor of up to 8, "short" by less.
+    [[nodiscard]] static bool isWithinReach(const ResamplerChoice& choice, double inRate,
+                                            double outRate, double adjustmentPpm);
+
     /// The sample format that it wants: 16-bit or float, of the processor's byte order.
     [[nodiscard]] static audioUtils::PcmFormat inputFormat(const ResamplerChoice& choice);
 

@@ -1,8 +1,9 @@
 #include "RawFormat.h"
 
-#include <sstream>
+#include <string_view>
 
 #include "Errors.h"
+#include "NumberText.h"
 
 namespace keldaPlay {
 
@@ -15,17 +16,25 @@ constexpr unsigned int mostChannels = 256;
 
 RawFormat parseRawFormat(const std::string& text)
 {
-    RawFormat raw;
-    char colons[2] = {};
-    std::string name;
-    std::istringstream in(text);
-    const bool isWhole =
-        static_cast<bool>(in >> raw.rate >> colons[0] >> raw.numChannels >> colons[1] >> name) &&
-        in.eof();
-    if (!isWhole || colons[0] != ':' || colons[1] != ':' || raw.rate == 0 ||
-        raw.rate > highestRate || raw.numChannels == 0 || raw.numChannels > mostChannels) {
-        throw UsageError("not RATE:CHANNELS:FORMAT, e.g. 48000:2:S16LE: " + text);
+    const auto wrong = [&text] {
+        return UsageError("not RATE:CHANNELS:FORMAT, e.g. 48000:2:S16LE: " + text);
+    };
+    const std::size_t first = text.find(':');
+    const std::size_t second = text.find(':', first == text.npos ? first : first + 1);
+    if (second == text.npos) {
+        throw wrong();
     }
+    const auto rate = numberIn<unsigned int>(std::string_view(text).substr(0, first));
+    const auto numChannels =
+        numberIn<unsigned int>(std::string_view(text).substr(first + 1, second - first - 1));
+    if (!rate || *rate == 0 || *rate > highestRate || !numChannels || *numChannels == 0 ||
+        *numChannels > mostChannels) {
+        throw wrong();
+    }
+    RawFormat raw;
+    raw.rate = *rate;
+    raw.numChannels = *numChannels;
+    const std::string name = text.substr(second + 1);
     if (!audioUtils::fromString(raw.format, name) || !layoutOf(raw.format)) {
         throw UsageError("format " + name + " can't be played");
     }

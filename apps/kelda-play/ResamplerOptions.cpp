@@ -2,7 +2,7 @@
 
 #include <map>
 
-#include <CLI/CLI.hpp>
+#include "Arguments.h"
 
 namespace keldaPlay {
 
@@ -19,10 +19,10 @@ void addResampler(CLI::App& app, ResamplerChoice& choice, const std::string& wha
         {"best", Resampler::Best}};
     app.option_defaults()->group("Conversion");
     app.add_option("--resampler", choice.kind, what)
-        ->transform(CLI::CheckedTransformer(kinds))
+        ->transform(oneOf(kinds))
         ->option_text("float|short|gstreamer [float]");
     app.add_option("--quality", choice.quality, "Of the resampler")
-        ->transform(CLI::CheckedTransformer(qualities))
+        ->transform(oneOf(qualities))
         ->option_text("low|medium|high|best [best]");
 }
 

@@ -3,6 +3,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "Arguments.h"
 #include "Conversion.h"
 #include "HelpFormatter.h"
 #include "ResamplerOptions.h"
@@ -35,12 +36,12 @@ int main(int argc, char** argv)
         app.option_defaults()->group("Conversion");
         app.add_option("--rate", options.rate, "Sample rate of OUT in Hz")
             ->required()
-            ->check(CLI::Range(1U, 6'144'000U))
+            ->transform(keldaPlay::number(1U, 6'144'000U))
             ->type_name("HZ");
         keldaPlay::addResampler(app, options.resampler, "What converts: float, or gstreamer");
         app.add_option("--ratio-sweep", options.sweepPpm,
                        "Let the speed swing by +-PPM, once in 10 s")
-            ->check(CLI::Range(0.0, 10'000.0))
+            ->transform(keldaPlay::number(0.0, 10'000.0))
             ->option_text("PPM");
         try {
             app.parse(argc, argv);

@@ -84,7 +84,8 @@ expect 'kelda-resample --resampler g' gstreamer
 expect 'kelda-play --log-level w' warn
 expect 'kelda-play --color a' auto always
 expect 'kelda-play --raw 48000:2:S16' S16LE S16BE
-expect 'kelda-play --raw=48000:2:F64L' F64LE
+expect 'kelda-play --raw=48000:2:F32L' F32LE
+expect 'kelda-play --format F64' # which can't be played
 expect_otherwise nothing 'kelda-play --raw 48'
 expect 'kelda-play --format S24' S24LE S24BE S24_32LE S24_32BE
 expect_otherwise nothing 'kelda-play --rate '

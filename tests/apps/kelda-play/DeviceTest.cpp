@@ -127,6 +127,17 @@ TEST_F(DeviceTest, PlaysEveryFrameOnce)
     EXPECT_EQ(card->numChannelsMapped, 2U);
 }
 
+TEST_F(DeviceTest, IsNotOpenedForAWrongChannelMap)
+{
+    EXPECT_EQ(playOn("--channel-map 'FOO BAR'"), 2);
+    EXPECT_THAT(err, StartsWith("kelda-play: --channel-map: no map of speakers: FOO BAR, known are "
+                                "MONO FL FR "));
+    EXPECT_EQ(playOn("--channel-map 'FL FR LFE'"), 2);
+    EXPECT_EQ(err,
+              "kelda-play: --channel-map FL FR LFE is for 3 channels, but the device gets 2\n");
+    EXPECT_EQ(card->numRuns, 0U);
+}
+
 TEST_F(DeviceTest, PassesOnWhetherAlsaMayResample)
 {
     ASSERT_EQ(playOn("--no-rate-resample --duration 0.1", card.preload()), 0) << err;

@@ -284,6 +284,7 @@ TEST_F(DsdPlayTest, TheReportHasNoPicturesOfWhatIsNoPcm)
 
 TEST_F(DsdPlayTest, DescribesTheSamplesOfAFile)
 {
+    clickRemoval = "";
     ASSERT_EQ(play("--describe " + path("a.dsf")), 0) << err;
     EXPECT_EQ(out, "{\n"
                    "  \"bitrate\": 2822400,\n"

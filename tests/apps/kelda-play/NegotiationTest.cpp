@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 
 #include "ChannelMapping.h"
+#include "DeviceRequest.h"
+#include "Errors.h"
 
 using namespace audioUtils;
 using namespace keldaPlay;
@@ -81,6 +83,23 @@ TEST(Negotiation, SaysWhatStandsInTheWay)
     Options options = onDevice("d");
     EXPECT_EQ(obstacle(options, PcmAudioInfo(5000, 2, S32LE)),
               "no sample rate is converted by more than a factor of 8: 5000 Hz to 44100 Hz");
+    options.resampler.kind = ResamplerChoice::Kind::Short;
+    EXPECT_EQ(obstacle(options, PcmAudioInfo(384'000, 2, S32LE)),
+              "--resampler short converts by less than a factor of 8: 384000 Hz to 48000 Hz");
+    options.resampler.kind = ResamplerChoice::Kind::Float;
+    options.drift.correction = Correction::Resample;
+    EXPECT_EQ(obstacle(options, PcmAudioInfo(384'000, 2, S32LE)),
+              "--correct resample needs room below a factor of 8 for its --adjust-limit: 384000 Hz "
+              "to 48000 Hz");
+    EXPECT_EQ(obstacle(options, PcmAudioInfo(383'700, 2, S32LE)),
+              "--correct resample needs room below a factor of 8 for its --adjust-limit: 383700 Hz "
+              "to 48000 Hz");
+    EXPECT_EQ(obstacle(options, PcmAudioInfo(383'600, 2, S32LE)), "");
+    EXPECT_NE(obstacle(options, PcmAudioInfo(5'515, 2, S32LE)), "");
+    EXPECT_EQ(obstacle(options, PcmAudioInfo(5'519, 2, S32LE)), "");
+    options = onDevice("d");
+    EXPECT_EQ(obstacle(options, PcmAudioInfo(384'001, 2, S32LE)),
+              "no sample rate is converted by more than a factor of 8: 384001 Hz to 48000 Hz");
     options.format = S24LE;
     EXPECT_EQ(obstacle(options, PcmAudioInfo(48000, 2, S32LE)),
               "device d does not take S24LE, but S16BE S32LE");
@@ -88,9 +107,40 @@ TEST(Negotiation, SaysWhatStandsInTheWay)
     EXPECT_EQ(obstacle(options, PcmAudioInfo(48000, 2, S32LE)), "format F64LE can't be played");
 }
 
-TEST(Negotiation, KnowsThatTheFakeDeviceTakesEverything)
+TEST(Negotiation, KnowsThatTheFakeDeviceTakesEverythingThatCanBePlayed)
 {
-    EXPECT_EQ(capabilitiesOf("fake", false), getAllPossiblePcmCapabilities());
+    const PcmAudioCapabilities all = getAllPossiblePcmCapabilities();
+    const PcmAudioCapabilities device = capabilitiesOf("fake", false);
+    EXPECT_EQ(device.getSampleRates(), all.getSampleRates());
+    EXPECT_EQ(device.getNumChannels(), all.getNumChannels());
+    EXPECT_THAT(device.getPcmFormats(), testing::ElementsAre(S16LE, S16BE, S24LE, S24BE, S24_32LE,
+                                                             S24_32BE, S32LE, S32BE, F32LE, F32BE));
+}
+
+TEST(Negotiation, RefusesADeviceOfWhichNothingCanBePlayed)
+{
+    const PcmAudioCapabilities device(IntegerRange(1, 96000), IntegerRange(1, 2), {});
+    EXPECT_THAT(
+        [&] {
+            static_cast<void>(negotiate(onDevice("d"), {48000, 2, S16LE}, device));
+        },
+        testing::ThrowsMessage<DeviceError>(
+            "device d does not take S16LE or any other format that can be played"));
+}
+
+TEST(DeviceRequest, HasAMapForItsChannels)
+{
+    Options options = onDevice("d");
+    options.channelMap = "FL FR";
+    EXPECT_EQ(requestFor(options, {48000, 2, S16LE}).channelMap, "FL FR");
+    EXPECT_THAT(
+        [&] {
+            static_cast<void>(requestFor(options, {48000, 1, S16LE}));
+        },
+        testing::ThrowsMessage<UsageError>(
+            "--channel-map FL FR is for 2 channels, but the device gets 1"));
+    options.channelMap = "FOO";
+    EXPECT_THROW(static_cast<void>(requestFor(options, {48000, 1, S16LE})), UsageError);
 }
 
 TEST(ChannelMapping, KeepsCopiesMixesOrDrops)

@@ -289,6 +289,7 @@ TEST_F(PlayTest, PlaysAnEmptyFile)
 
 TEST_F(PlayTest, DescribesAFile)
 {
+    clickRemoval = "";
     createSound(path("a.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_24, 480);
     EXPECT_EQ(play("--describe " + path("a.wav")), 0) << err;
     EXPECT_EQ(out, "{\n  \"numChannels\": 2,\n  \"pcmFormat\": \"S24LE\",\n"
@@ -299,10 +300,12 @@ TEST_F(PlayTest, DescribesAFile)
 
 TEST_F(PlayTest, DescribesADevice)
 {
+    clickRemoval = "";
     EXPECT_EQ(play("--describe-device null"), 0) << err;
     for (const char* text : {"\"sampleRates\": {\n", "\"numChannels\": {\n", "\"S24_32LE\",\n"}) {
         EXPECT_THAT(out, HasSubstr(text));
     }
+    EXPECT_THAT(out, Not(HasSubstr("F64"))) << "which can't be played";
     EXPECT_EQ(play("--describe-device nowhere"), 3);
     EXPECT_THAT(err, EndsWith("\nkelda-play: device nowhere can't be opened\n"));
 }

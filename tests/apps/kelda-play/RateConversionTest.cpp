@@ -94,6 +94,26 @@ TEST_F(RateConversionTest, PlayerRefusesMoreThanAFactorOf8)
                    "192000 Hz\n");
 }
 
+TEST_F(RateConversionTest, PlayerConvertsByAFactorOf8)
+{
+    for (const auto& [from, to] : {std::pair(384'000, 48'000), std::pair(8'000, 64'000)}) {
+        createSine(path("a.wav"), from, from / 2, SF_FORMAT_WAV | SF_FORMAT_PCM_16);
+        ASSERT_EQ(play("--rate " + std::to_string(to) + outputs() + path("a.wav")), 0) << err;
+        EXPECT_THAT(out, HasSubstr("played        0.500 s in "));
+        const std::vector<double> left = channel(load(path("r.wav")), 0);
+        const auto loud = [](double sample) { return std::abs(sample) > 0.01; };
+        const auto first = std::find_if(left.begin(), left.end(), loud);
+        const auto last = std::find_if(left.rbegin(), left.rend(), loud).base();
+        EXPECT_NEAR(static_cast<double>(last - first), to / 2.0, 100) << "and a filter's ringing";
+        const SineFit sine(std::vector<double>(first + 1000, last - 1000), 1000.0 / to);
+        EXPECT_GT(sine.snr, 80) << "dB";
+        EXPECT_EQ(play("--resampler short --rate " + std::to_string(to) + " " + path("a.wav")), 2);
+        EXPECT_THAT(err, HasSubstr("--resampler short converts by less than a factor of 8"));
+        EXPECT_EQ(play("--correct resample --rate " + std::to_string(to) + " " + path("a.wav")), 2);
+        EXPECT_THAT(err, HasSubstr("needs room"));
+    }
+}
+
 TEST_F(RateConversionTest, FilterIsRightToTheFrame)
 {
     const struct
