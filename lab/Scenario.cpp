@@ -1,8 +1,12 @@
 #include "Scenario.h"
 
 #include <fstream>
+#include <iomanip>
+#include <limits>
 #include <set>
+#include <sstream>
 #include <stdexcept>
+#include <type_traits>
 
 #include <nlohmann/json.hpp>
 
@@ -11,6 +15,10 @@ namespace keldaLab {
 namespace {
 
 using Json = nlohmann::json;
+
+constexpr double mostPpm = 100'000;
+constexpr double longestSeconds = 1e9;
+constexpr unsigned int mostFrames = 1U << 24;
 
 /// Reads an object's members into variables, and complains of those that nobody reads.
 class Members
@@ -32,6 +40,30 @@ public:
         if (m_unread.erase(key) > 0) {
             value = m_object.at(key).get<Value>();
         }
+        return *this;
+    }
+
+    /// A number within limits.
+    template<typename Number>
+    Members& read(const char* key, Number& value, std::type_identity_t<Number> least,
+                  std::type_identity_t<Number> largest)
+    {
+        if (m_unread.erase(key) == 0) {
+            return *this;
+        }
+        constexpr bool isWhole = std::is_integral_v<Number>;
+        const Json& json = m_object.at(key);
+        const bool isOfKind = isWhole ? json.is_number_integer() : json.is_number();
+        const double number = isOfKind ? json.get<double>() : 0;
+        if (!isOfKind || number < static_cast<double>(least) ||
+            number > static_cast<double>(largest)) {
+            std::ostringstream reason;
+            reason << std::setprecision(12) << m_name << ": " << key << " is not a "
+                   << (isWhole ? "whole " : "") << "number from " << least << " to " << largest
+                   << ": " << json;
+            throw std::runtime_error(reason.str());
+        }
+        value = json.get<Number>();
         return *this;
     }
 
@@ -76,9 +108,9 @@ private:
 
 void readCrystal(Members& members, Crystal& crystal)
 {
-    members.read("ppm", crystal.ppm)
-        .read("wanderPpm", crystal.wanderPpm)
-        .read("wanderPpmPerMinute", crystal.wanderPpmPerMinute);
+    members.read("ppm", crystal.ppm, -mostPpm, mostPpm)
+        .read("wanderPpm", crystal.wanderPpm, 0, mostPpm)
+        .read("wanderPpmPerMinute", crystal.wanderPpmPerMinute, 0, mostPpm);
 }
 
 void readDrift(Members& members, keldaPlay::DriftOptions& drift)
@@ -89,12 +121,12 @@ void readDrift(Members& members, keldaPlay::DriftOptions& drift)
                               {{"none", Correction::None},
                                {"resample", Correction::Resample},
                                {"device", Correction::Device}})
-        .read("Kp", drift.Kp)
-        .read("Ki", drift.Ki)
-        .read("Kd", drift.Kd)
-        .read("limitPpm", drift.limitPpm)
-        .read("filterAlpha", drift.filterAlpha)
-        .read("sampleTimeMs", drift.sampleTimeMs);
+        .read("Kp", drift.Kp, 1e-6, 1e6)
+        .read("Ki", drift.Ki, 0, 1e6)
+        .read("Kd", drift.Kd, 0, 1e6)
+        .read("limitPpm", drift.limitPpm, 1, 10'000)
+        .read("filterAlpha", drift.filterAlpha, 1e-6, 1)
+        .read("sampleTimeMs", drift.sampleTimeMs, 1, 10'000);
 }
 
 Event readEvent(const Json& json)
@@ -102,7 +134,7 @@ Event readEvent(const Json& json)
     using Kind = Event::Kind;
     Event event;
     Members(json, "events")
-        .read("atSeconds", event.atSeconds)
+        .read("atSeconds", event.atSeconds, 0, longestSeconds)
         .readName<Kind>("what", event.kind,
                         {{"stop", Kind::Stop},
                          {"jump", Kind::Jump},
@@ -112,7 +144,7 @@ Event readEvent(const Json& json)
                          {"spike", Kind::Spike},
                          {"stale", Kind::Stale},
                          {"offset", Kind::Offset}})
-        .read("milliseconds", event.milliseconds)
+        .read("milliseconds", event.milliseconds, -1e6, 1e6)
         .end();
     return event;
 }
@@ -126,12 +158,12 @@ Scenario parse(const Json& json)
     Members members(json, "scenario");
     members.read("title", scenario.title)
         .read("content", scenario.content)
-        .read("seconds", scenario.seconds)
-        .read("seed", scenario.seed)
-        .read("sampleRate", scenario.sampleRate)
-        .read("queueMs", scenario.queueMs)
-        .read("jumpThresholdMs", scenario.jumpThresholdMs)
-        .read("filterMaxErrorMs", scenario.filterMaxErrorMs)
+        .read("seconds", scenario.seconds, 0.001, longestSeconds)
+        .read("seed", scenario.seed, 0, std::numeric_limits<unsigned int>::max())
+        .read("sampleRate", scenario.sampleRate, 1000, 6'144'000)
+        .read("queueMs", scenario.queueMs, 1, 60'000)
+        .read("jumpThresholdMs", scenario.jumpThresholdMs, 0, 10'000)
+        .read("filterMaxErrorMs", scenario.filterMaxErrorMs, 0, 10'000)
         .read("events", events)
         .read("goals", scenario.goals)
         .readName<Quality::FilterQuality>("quality", scenario.resampler.quality,
@@ -140,38 +172,44 @@ Scenario parse(const Json& json)
                                            {"high", Quality::High},
                                            {"best", Quality::Best}})
         .readObject("random",
-                    [&](Members& in) { in.read("everySeconds", scenario.random.everySeconds); })
+                    [&](Members& in) {
+                        in.read("everySeconds", scenario.random.everySeconds, 0, longestSeconds);
+                    })
         .readObject("drift", [&](Members& in) { readDrift(in, scenario.drift); })
         .readObject("clicks",
                     [&](Members& in) {
                         in.read("enabled", scenario.clicks.enabled)
-                            .read("gapMs", scenario.clicks.gapMs)
-                            .read("marginMs", scenario.clicks.marginMs)
-                            .read("fadeMs", scenario.clicks.fadeMs)
+                            .read("gapMs", scenario.clicks.gapMs, 0, 1000)
+                            .read("marginMs", scenario.clicks.marginMs, 0, 1000)
+                            .read("fadeMs", scenario.clicks.fadeMs, 0, 1000)
                             .read("skipShort", scenario.clicks.skipShort);
                     })
         .readObject("source",
                     [&](Members& in) {
                         readCrystal(in, scenario.source.crystal);
-                        in.read("packetFrames", scenario.source.packetFrames)
-                            .read("burstPackets", scenario.source.burstPackets)
-                            .read("leadMs", scenario.source.leadMs)
-                            .read("arrivalJitterMs", scenario.source.arrivalJitterMs)
-                            .read("timestampJitterMs", scenario.source.timestampJitterMs);
+                        in.read("packetFrames", scenario.source.packetFrames, 1, mostFrames)
+                            .read("burstPackets", scenario.source.burstPackets, 1, 10'000)
+                            .read("leadMs", scenario.source.leadMs, 0, 60'000)
+                            .read("arrivalJitterMs", scenario.source.arrivalJitterMs, 0, 60'000)
+                            .read("timestampJitterMs", scenario.source.timestampJitterMs, 0, 1000);
                     })
         .readObject("device",
                     [&](Members& in) {
                         readCrystal(in, scenario.device.crystal);
-                        in.read("periodFrames", scenario.device.periodFrames)
-                            .read("bufferFrames", scenario.device.bufferFrames)
-                            .read("reportMs", scenario.device.reportMs)
-                            .read("spikeProbability", scenario.device.spikeProbability)
-                            .read("spikeMs", scenario.device.spikeMs)
-                            .read("wakeUpUs", scenario.device.wakeUpUs);
+                        in.read("periodFrames", scenario.device.periodFrames, 1, mostFrames)
+                            .read("bufferFrames", scenario.device.bufferFrames, 1, mostFrames)
+                            .read("reportMs", scenario.device.reportMs, 0, 10'000)
+                            .read("spikeProbability", scenario.device.spikeProbability, 0, 1)
+                            .read("spikeMs", scenario.device.spikeMs, 0, 10'000)
+                            .read("wakeUpUs", scenario.device.wakeUpUs, 0, 1e6);
                     })
         .end();
     for (const Json& event : events) {
         scenario.events.push_back(readEvent(event));
+        if (scenario.events.back().atSeconds >= scenario.seconds) {
+            throw std::runtime_error("events: what is to happen at " +
+                                     event.at("atSeconds").dump() + " s comes behind the end");
+        }
     }
     return scenario;
 }

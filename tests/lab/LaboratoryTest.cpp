@@ -290,7 +290,17 @@ TEST(ScenarioFileTest, TellsWhatIsWrongWithIt)
         {R"({"source": {"ppmm": 5}})", "scenario.source has no ppmm"},
         {R"({"drift": {"correct": "magic"}})", "correct is no magic"},
         {R"({"events": [{"what": "flood"}]})", "what is no flood"},
-        {R"({"seconds": "long"})", "must be number"}};
+        {R"({"seconds": "long"})",
+         "scenario: seconds is not a number from 0.001 to 1000000000: \"long\""},
+        {R"({"seconds": 0})", "from 0.001"},
+        {R"({"seed": -1})", "seed is not a whole number from 0 to 4294967295: -1"},
+        {R"({"queueMs": 1.5})", "queueMs is not a whole number from 1 to 60000: 1.5"},
+        {R"({"sampleRate": true})", "sampleRate is not a whole number from 1000 to 6144000: true"},
+        {R"({"device": {"periodFrames": -480}})", "scenario.device: periodFrames is not a whole"},
+        {R"({"drift": {"Kp": 0}})", "scenario.drift: Kp is not a number from 1e-06 to 1000000: 0"},
+        {R"({"source": {"ppm": null}})", "ppm is not a number from -100000 to 100000: null"},
+        {R"({"events": [{"atSeconds": 60, "what": "stop", "milliseconds": 10}]})",
+         "events: what is to happen at 60 s comes behind the end"}};
     for (const auto& [text, message] : cases) {
         std::ofstream(path) << text;
         try {
