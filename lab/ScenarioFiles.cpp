@@ -18,7 +18,7 @@ fs::path folder()
     std::error_code error;
     const fs::path program = fs::read_symlink("/proc/self/exe", error).parent_path();
     for (const char* const place : {KELDA_SCENARIOS_FROM_PROGRAM, "../../lab/scenarios"}) {
-        const fs::path candidate = program / place;
+        fs::path candidate = program / place;
         if (fs::is_directory(candidate, error)) {
             return candidate;
         }
