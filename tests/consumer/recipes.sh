@@ -2,7 +2,9 @@
 # recipes.sh PREFIX PAGE...: what pages tell a programmer to type works as it is printed, with what is
 # installed below PREFIX and nothing else of this project. A recipe is a block of commands (sh) that builds
 # a program with a compiler or with "cmake -B". Each is run in a folder of its own, with the program that
-# the page shows whole, or else those of examples/ that it names, and the page's CMakeLists.txt.
+# the page shows whole, or else those of examples/ that it names, and the page's CMakeLists.txt. A program
+# whose status tells whether the machine kept up is run by a block of its own, which is no recipe: the
+# tests of the examples judge that.
 set -eu
 examples=$(cd "$(dirname "$0")/../../examples" && pwd)
 prefix=$(cd "$1" && pwd)
