@@ -52,6 +52,9 @@ void SyncStatistics::add(const BlockRecord& record, std::optional<double> errorU
 // What has been inserted lies at the queue's end, but for the packets that came after it.
 void SyncStatistics::planGap(const BlockRecord& record, double seconds, double length)
 {
+    if (record.resets > 0) {
+        m_gaps.clear(); // with all that was queued
+    }
     if (record.insertedFrames > 0) {
         const double end = seconds + length + static_cast<double>(record.queueFill) * 1e-9;
         m_gaps.push_back({end - static_cast<double>(record.insertedFrames) / m_sampleRate, end});

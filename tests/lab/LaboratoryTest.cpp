@@ -229,6 +229,16 @@ TEST(GoalTest, IsMissedByWhatWasNotMeasured)
         << "500 ppm in 20 s are 10 ms";
 }
 
+TEST(GoalTest, IsMissedByARunOfNothing)
+{
+    const keldaLab::Result nothing;
+    Scenario wanted = perfect(1);
+    for (const char* name : {"events", "skips", "silences", "lost", "underruns"}) {
+        wanted.goals = {{name, 0}};
+        EXPECT_FALSE(keldaReport::isReached(keldaLab::tableOf(nothing, wanted))) << name;
+    }
+}
+
 // What comes too late for its path is skipped, or never heard: nothing of that is 0.
 TEST(GoalTest, IsMissedByAStreamThatComesTooLate)
 {

@@ -76,6 +76,14 @@ TEST_F(SyncTest, CallsWhatTheQueuePutsIntoAGapAnEventWhenItIsHeard)
     EXPECT_EQ(sync.counts().lostFrames(), 0U);
 }
 
+TEST_F(SyncTest, ForgetsAGapThatAJumpHasDiscarded)
+{
+    BlockRecord reset;
+    reset.resets = 1;
+    stream.begin().play(4).gap(2400).add(reset).play(4);
+    EXPECT_THAT(sync.eventTimes(), ElementsAre(DoubleNear(4.02, 0.001)));
+}
+
 TEST_F(SyncTest, CallsSilenceBeforeAndAfterTheSoundNoEvent)
 {
     BlockRecord silence;

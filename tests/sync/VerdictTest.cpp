@@ -48,7 +48,7 @@ void jump(Stream& stream)
 {
     BlockRecord reset;
     reset.resets = 1;
-    stream.begin().play(4, 100).gap(1).add(reset).play(4, 100);
+    stream.begin().play(4, 100).gap(9600).add(reset).play(4, 100);
 }
 
 void skip(Stream& stream)
@@ -108,7 +108,7 @@ const Run runs[] = {
      "Interrupted", "1 event, 0 frames lost, 8819 of silence in gaps; 99 % of the time"},
     {"Underrun", underrun, "Interrupted", "1 event, 0 frames lost, 1 underrun; 99 %"},
     {"Skip", skip, "Interrupted", "1 event, 960 frames lost; 99 %"},
-    {"Jump", jump, "Interrupted", "frames lost"},
+    {"Jump", jump, "Interrupted", "1 event, 14400 frames lost, 9600 of silence in gaps; 99 %"},
     {"DeviceGoneAndBack", [](Stream& stream) { stream.begin().play(4).loseDevice(2).play(4); },
      "Interrupted", "1 event, 96000 frames lost; 99 %"},
     {"DeviceGoneForGood", [](Stream& stream) { stream.begin().play(4).loseDevice(2); },
