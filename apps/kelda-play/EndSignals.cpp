@@ -113,14 +113,17 @@ void EndSignals::announce()
     m_condition.notify_all();
 }
 
-// As if nobody had taken it, for the shell and whoever else has started this process to see.
+// As if it had not been blocked, for the shell and whoever else has started this process to see.
 // What is left to do here may hang as well: the next signal needs nobody's help any more.
 void EndSignals::endProcess(int signal, const std::string& why) const
 {
-    struct sigaction standard = {}; // another thread may have had it ignored, as std::system() does
-    standard.sa_handler = SIG_DFL;
-    sigaction(SIGINT, &standard, nullptr);
-    sigaction(SIGTERM, &standard, nullptr);
+    for (const int each : {SIGINT, SIGTERM}) {
+        struct sigaction action = {};
+        if (sigaction(each, nullptr, &action) == 0 && action.sa_handler == SIG_IGN) {
+            action.sa_handler = SIG_DFL; // std::system() has it ignored while it waits
+            sigaction(each, &action, nullptr);
+        }
+    }
     pthread_sigmask(SIG_UNBLOCK, &m_signals, nullptr);
     printIfPossible(std::string(isatty(STDERR_FILENO) != 0 ? "\n" : "") + "kelda-play: ended by " +
                     (signal == SIGINT ? "SIGINT" : "SIGTERM") + why + "\n");
