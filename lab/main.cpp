@@ -10,14 +10,29 @@
 #include <log4cplus/initializer.h>
 
 #include "Arguments.h"
+#include "FilesInUse.h"
 #include "HelpFormatter.h"
 #include "Laboratory.h"
+#include "OutputFile.h"
 #include "Report.h"
+#include "ReportFolder.h"
 #include "Scenario.h"
 #include "ScenarioFiles.h"
+#include "StandardStreams.h"
 #include "Table.h"
 
-int main(int argc, char** argv)
+namespace {
+
+void refuseFileConflicts(const std::string& path, const keldaLab::Scenario& scenario,
+                         const std::string& reportFolder)
+{
+    keldaFiles::FilesInUse files;
+    files.addInput(path);
+    files.addInput(scenario.content); // if it is a file
+    keldaReport::addPages(files, reportFolder);
+}
+
+int run(int argc, char** argv)
 {
     try {
         CLI::App app("Plays scenarios through the player's path in virtual time.", "kelda-lab");
@@ -54,11 +69,16 @@ int main(int argc, char** argv)
         log4cplus::BasicConfigurator::doConfigure(log4cplus::Logger::getDefaultHierarchy(), true);
         log4cplus::Logger::getRoot().setLogLevel(log4cplus::OFF_LOG_LEVEL);
 
-        keldaLab::Scenario scenario = keldaLab::readScenario(keldaLab::scenarioPath(path));
+        path = keldaLab::scenarioPath(path);
+        keldaLab::Scenario scenario = keldaLab::readScenario(path);
         if (seconds > 0) {
             scenario.seconds = seconds;
         }
         scenario.seed = seed.value_or(scenario.seed);
+        if (!reportFolder.empty()) {
+            refuseFileConflicts(path, scenario, reportFolder);
+            keldaReport::prepare(reportFolder);
+        }
         const keldaLab::Result result = keldaLab::run(scenario);
         const keldaReport::Audio without = result.played.samples.empty()
                                                ? keldaReport::Audio()
@@ -81,4 +101,13 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "kelda-lab: %s\n", error.what());
         return 1;
     }
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    keldaFiles::prepareStandardStreams();
+    keldaFiles::removeUnfinishedOnSignals();
+    return keldaFiles::finishStandardOutput("kelda-lab", run(argc, argv));
 }

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "Opening.h"
+#include "OutputFile.h"
 
 namespace keldaPlay {
 
@@ -127,6 +128,7 @@ void EndSignals::endProcess(int signal, const std::string& why) const
     pthread_sigmask(SIG_UNBLOCK, &m_signals, nullptr);
     printIfPossible(std::string(isatty(STDERR_FILENO) != 0 ? "\n" : "") + "kelda-play: ended by " +
                     (signal == SIGINT ? "SIGINT" : "SIGTERM") + why + "\n");
+    keldaFiles::removeUnfinished();
     raise(signal);
     _exit(128 + signal); // the first process of a container gets no signal that it does not handle
 }

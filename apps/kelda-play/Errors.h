@@ -3,6 +3,8 @@
 #include <exception>
 #include <stdexcept>
 
+#include "FilesInUse.h"
+
 namespace keldaPlay {
 
 /// What the player exits with.
@@ -31,6 +33,9 @@ public:
 {
     if (dynamic_cast<const DeviceError*>(&error) != nullptr) {
         return DeviceFailed;
+    }
+    if (dynamic_cast<const keldaFiles::FileConflict*>(&error) != nullptr) {
+        return UsageFailed;
     }
     return dynamic_cast<const UsageError*>(&error) != nullptr ? UsageFailed : FileFailed;
 }

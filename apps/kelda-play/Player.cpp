@@ -1,7 +1,10 @@
 #include "Player.h"
 
+#include <algorithm>
+#include <array>
 #include <clocale>
 #include <exception>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <span>
@@ -12,10 +15,13 @@
 #include "Color.h"
 #include "EndSignals.h"
 #include "Errors.h"
+#include "FilesInUse.h"
 #include "Logging.h"
 #include "Negotiation.h"
 #include "Presenter.h"
+#include "ReportFolder.h"
 #include "Session.h"
+#include "StandardStreams.h"
 #include "Statistics.h"
 #include "Track.h"
 #include "WithoutEffect.h"
@@ -43,6 +49,42 @@ void refuseForSeveralStreams(const Options& options, const Track& first, const T
     }
 }
 
+/// A file that is standard output is to be alone there.
+Options withOwnOutput(Options options)
+{
+    std::vector<std::string*> own;
+    std::ranges::copy_if(std::array{&options.recordPath, &options.tracePath},
+                         std::back_inserter(own), [](const std::string* path) {
+                             return !path->empty() && keldaFiles::isStandardOutput(*path);
+                         });
+    if (!own.empty() && options.json) {
+        throw UsageError(*own.front() + ": is standard output, which --json writes to");
+    }
+    const std::string taken = own.empty() ? "" : keldaFiles::takeStandardOutput();
+    for (std::string* const path : own) {
+        *path = taken;
+    }
+    return options;
+}
+
+/// Throws FileConflict when something would be written over what is read or written.
+void refuseFileConflicts(const Options& options, std::span<const Track> tracks)
+{
+    keldaFiles::FilesInUse files;
+    for (const Track& track : tracks) {
+        files.addInput(track.raw ? "/dev/stdin" : track.path);
+    }
+    if (!options.recordPath.empty()) {
+        files.addOutput("--record", options.recordPath);
+    }
+    if (!options.tracePath.empty()) {
+        files.addOutput("--trace", options.tracePath);
+    }
+    if (!options.reportFolder.empty()) {
+        keldaReport::addPages(files, options.reportFolder);
+    }
+}
+
 /// Stream after stream, for each the device is opened anew.
 void playAll(const Playing& playing, std::span<const Track> tracks)
 {
@@ -62,7 +104,8 @@ void playAll(const Playing& playing, std::span<const Track> tracks)
             rest = rest.subspan(run.size());
             Session session(playing, run, options.loop && isOneStream, secondsLeft);
             session.run();
-            if (playing.signals.haveCome() || session.playlist().hasReachedLimit()) {
+            if (playing.signals.haveCome() || keldaFiles::hasReaderGone() ||
+                session.playlist().hasReachedLimit()) {
                 return;
             }
             secondsOfRound += session.playlist().secondsRead();
@@ -75,9 +118,10 @@ void playAll(const Playing& playing, std::span<const Track> tracks)
 
 } // namespace
 
-int play(const Options& options)
+int play(const Options& wanted)
 {
     EndSignals signals; // first, for they are to be blocked in all threads, the logger's too
+    const Options options = withOwnOutput(wanted);
     std::setlocale(LC_CTYPE, ""); // which characters the terminal knows
     const bool isLogColored = usesColor(options.color, STDERR_FILENO);
     if (options.describes()) {
@@ -94,6 +138,7 @@ int play(const Options& options)
         const std::vector<Track> tracks =
             findTracks(options, [&signals] { return !signals.haveCome(); });
         if (!signals.haveCome()) {
+            refuseFileConflicts(options, tracks);
             playAll({options, signals, *presenter, statistics}, tracks);
         }
     } catch (const std::exception& error) {

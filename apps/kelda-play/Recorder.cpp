@@ -1,13 +1,10 @@
 #include "Recorder.h"
 
-#include <stdexcept>
-
 namespace keldaPlay {
 
 namespace {
 
-FileHandle create(const std::string& path, const SampleLayout& layout, unsigned int sampleRate,
-                  unsigned int numChannels)
+SF_INFO wavOf(const SampleLayout& layout, unsigned int sampleRate, unsigned int numChannels)
 {
     SF_INFO info{};
     info.samplerate = static_cast<int>(sampleRate);
@@ -16,18 +13,14 @@ FileHandle create(const std::string& path, const SampleLayout& layout, unsigned 
                                    : layout.bits == 16 ? SF_FORMAT_PCM_16
                                    : layout.bits == 24 ? SF_FORMAT_PCM_24
                                                        : SF_FORMAT_PCM_32);
-    FileHandle file(sf_open(path.c_str(), SFM_WRITE, &info));
-    if (!file) {
-        throw std::runtime_error(path + ": " + sf_strerror(nullptr));
-    }
-    return file;
+    return info;
 }
 
 } // namespace
 
 Recorder::Recorder(const std::string& path, const SampleLayout& layout, unsigned int sampleRate,
                    unsigned int numChannels)
-    : m_layout(layout), m_file(create(path, layout, sampleRate, numChannels))
+    : m_layout(layout), m_file(path, wavOf(layout, sampleRate, numChannels))
 {
 }
 
@@ -50,7 +43,9 @@ void Recorder::writeAs(std::vector<Sample>& samples, std::span<const unsigned ch
         samples[i] = unpack(m_layout, block.data() + i * sampleBytes);
     }
     const auto count = static_cast<sf_count_t>(samples.size());
-    m_complete = writeSamples(m_file.get(), samples.data(), count) == count && m_complete;
+    if (writeSamples(m_file.get(), samples.data(), count) != count) {
+        m_file.fail();
+    }
 }
 
 } // namespace keldaPlay

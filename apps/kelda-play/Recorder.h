@@ -4,12 +4,13 @@
 #include <string>
 #include <vector>
 
-#include "AudioFile.h"
 #include "SampleLayout.h"
+#include "SoundOutput.h"
 
 namespace keldaPlay {
 
-/// Writes blocks of any sample format to a WAV file, without losing a bit.
+/// Writes blocks of any sample format to a WAV file, without losing a bit. It gets its name when it
+/// is committed.
 class Recorder
 {
 public:
@@ -20,8 +21,8 @@ public:
     /// @param block interleaved frames
     void write(std::span<const unsigned char> block);
 
-    /// Whether all blocks could be written.
-    [[nodiscard]] bool isComplete() const { return m_complete; }
+    /// As SoundOutput::commit().
+    void commit() { m_file.commit(); }
 
 private:
     template<typename Sample, typename Unpack, typename WriteSamples>
@@ -29,10 +30,9 @@ private:
                  WriteSamples writeSamples);
 
     SampleLayout m_layout;
-    FileHandle m_file;
+    SoundOutput m_file;
     std::vector<int> m_integers;
     std::vector<float> m_floats;
-    bool m_complete = true;
 };
 
 } // namespace keldaPlay

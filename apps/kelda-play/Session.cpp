@@ -12,6 +12,8 @@
 #include "Negotiation.h"
 #include "Opening.h"
 #include "Report.h"
+#include "ReportFolder.h"
+#include "StandardStreams.h"
 #include "Timeline.h"
 
 namespace keldaPlay {
@@ -101,6 +103,9 @@ Session::Session(const Playing& playing, std::span<const Track> tracks, bool loo
                            m_device->numChannels());
     }
     m_observer.emplace(m_options, m_playing.presenter, m_playing.statistics);
+    if (!m_options.reportFolder.empty()) {
+        keldaReport::prepare(m_options.reportFolder);
+    }
 }
 
 void Session::openDevice()
@@ -160,21 +165,34 @@ void Session::run()
 {
     m_playing.statistics.beginStream(m_playlist.rate());
     m_playing.presenter.streamStarts({m_stream, m_request, *m_device, carried()});
-    std::exception_ptr unreadable;
-    try {
-        play();
-    } catch (...) {
-        unreadable = std::current_exception();
+    std::exception_ptr problem; // the first one is told
+    const auto attempt = [&problem](const auto& step) {
+        try {
+            step();
+        } catch (...) {
+            problem = problem ? problem : std::current_exception();
+        }
+    };
+    attempt([this] { play(); });
+    attempt([this] { closeDevice(); });
+    m_observer->finish(m_playing.signals.haveCome());
+    // However playing has ended, these tell what was heard until then.
+    attempt([this] { m_observer->commitTrace(); });
+    attempt([this] { commitRecording(); });
+    attempt([this] { writeReport(); });
+    if (problem) {
+        std::rethrow_exception(problem);
     }
-    m_isGone = !m_device->isOpened();
+}
+
+void Session::closeDevice()
+{
+    const bool isGone = !m_device->isOpened();
     m_device->drain();
     m_device->close();
-    m_observer->finish(m_playing.signals.haveCome());
-    writeReport();
-    if (unreadable) {
-        std::rethrow_exception(unreadable);
+    if (isGone) {
+        throw DeviceError("device " + m_options.device + " has not come back");
     }
-    checkResult();
 }
 
 // Throws what the producer's thread has thrown.
@@ -208,10 +226,18 @@ void Session::play()
 void Session::watch(const Renderer& renderer, Producer& producer)
 {
     while (!renderer.hasEnded()) {
-        if (m_playing.signals.waitFor(50 * nanosecondsPerMillisecond)) {
+        if (m_playing.signals.waitFor(50 * nanosecondsPerMillisecond) ||
+            keldaFiles::hasReaderGone()) {
             producer.stop();
         }
         m_observer->update();
+    }
+}
+
+void Session::commitRecording()
+{
+    if (m_recorder) {
+        m_recorder->commit();
     }
 }
 
@@ -229,19 +255,6 @@ void Session::writeReport() const
                         keldaReport::linesOf(sync), facts, m_before ? &m_before->audio() : nullptr,
                         m_after ? &m_after->audio() : nullptr});
     m_playing.presenter.reportIsWritten(m_options.reportFolder + "/index.html");
-}
-
-void Session::checkResult()
-{
-    if (m_isGone) {
-        throw DeviceError("device " + m_options.device + " has not come back");
-    }
-    if (m_recorder && !m_recorder->isComplete()) {
-        throw std::runtime_error(m_options.recordPath + ": not all could be written");
-    }
-    if (!m_observer->isTraceComplete()) {
-        throw std::runtime_error(m_options.tracePath + ": not all could be written");
-    }
 }
 
 } // namespace keldaPlay

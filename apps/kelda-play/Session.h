@@ -66,8 +66,9 @@ private:
     [[nodiscard]] miscUtils::TimeValue pathDelay() const;
     void play();
     void watch(const Renderer& renderer, Producer& producer);
+    void closeDevice();
+    void commitRecording();
     void writeReport() const;
-    void checkResult();
 
     Playing m_playing;
     const Options& m_options;
@@ -79,7 +80,6 @@ private:
     DeviceRequest m_request;
     std::unique_ptr<audioUtils::OutputDevice> m_device;
     std::string m_granted; // of the device, for the report
-    bool m_isGone = false;
     audioUtils::PcmQueue m_queue;
     std::optional<ClickFilter> m_clicks;
     std::optional<DopFilter> m_dop;       // for a stream of DSD

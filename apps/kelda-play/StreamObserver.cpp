@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "Opening.h"
+
 namespace keldaPlay {
 
 using audioUtils::OutputDevice;
@@ -32,6 +33,13 @@ void StreamObserver::finish(bool wasInterrupted)
     update();
     if (!wasInterrupted) {
         tellTracks(miscUtils::NoTimeValue); // also of those that hold less than a moment
+    }
+}
+
+void StreamObserver::commitTrace()
+{
+    if (m_trace) {
+        m_trace->commit();
     }
 }
 

@@ -33,7 +33,8 @@ public:
     /// @param wasInterrupted tracks that are due later have not been heard
     void finish(bool wasInterrupted);
 
-    [[nodiscard]] bool isTraceComplete() { return !m_trace || m_trace->isComplete(); }
+    /// Throws std::runtime_error when the trace could not be written whole.
+    void commitTrace();
 
 private:
     void takeRecords();

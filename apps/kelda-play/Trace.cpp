@@ -1,32 +1,40 @@
 #include "Trace.h"
 
-#include <cerrno>
-#include <stdexcept>
-#include <system_error>
+#include <sstream>
 
 namespace keldaPlay {
 
-Trace::Trace(const std::string& path) : m_out(path)
+Trace::Trace(const std::string& path) : m_file(path)
 {
-    if (!m_out) {
-        throw std::runtime_error(path + ": " + std::generic_category().message(errno));
-    }
-    m_out << "due_time_ns,delta_ns,queue_fill_ns,device_delay_ns,frames,silence_frames,"
+    m_rows = "due_time_ns,delta_ns,queue_fill_ns,device_delay_ns,frames,silence_frames,"
              "inserted_frames,skipped_frames,padded_frames,underruns,adjustment_ppm,heard\n";
 }
 
 void Trace::write(const BlockRecord& record)
 {
-    m_out << record.dueTime << ',' << record.delta << ',' << record.queueFill << ','
-          << record.deviceDelay << ',' << record.numFrames << ',' << record.silenceFrames << ','
-          << record.insertedFrames << ',' << record.skippedFrames << ',' << record.paddedFrames
-          << ',' << (record.result == audioUtils::OutputDevice::Underrun ? 1 : 0) << ','
-          << record.adjustmentPpm << ',' << (record.isHeard() ? 1 : 0) << '\n';
+    constexpr std::size_t enough = 8192;
+    std::ostringstream row;
+    row << record.dueTime << ',' << record.delta << ',' << record.queueFill << ','
+        << record.deviceDelay << ',' << record.numFrames << ',' << record.silenceFrames << ','
+        << record.insertedFrames << ',' << record.skippedFrames << ',' << record.paddedFrames << ','
+        << (record.result == audioUtils::OutputDevice::Underrun ? 1 : 0) << ','
+        << record.adjustmentPpm << ',' << (record.isHeard() ? 1 : 0) << '\n';
+    m_rows += row.view();
+    if (m_rows.size() >= enough) {
+        flush();
+    }
 }
 
-bool Trace::isComplete()
+void Trace::flush()
 {
-    return m_out.flush().good();
+    m_file.write(m_rows);
+    m_rows.clear();
+}
+
+void Trace::commit()
+{
+    flush();
+    m_file.commit();
 }
 
 } // namespace keldaPlay

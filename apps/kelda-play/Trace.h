@@ -1,13 +1,13 @@
 #pragma once
 
-#include <fstream>
 #include <string>
 
 #include "Journal.h"
+#include "OutputFile.h"
 
 namespace keldaPlay {
 
-/// Writes a row a block to a CSV file.
+/// Writes a row a block to a CSV file, which gets its name when it is committed.
 class Trace
 {
 public:
@@ -16,11 +16,14 @@ public:
 
     void write(const BlockRecord& record);
 
-    /// Whether all rows could be written.
-    [[nodiscard]] bool isComplete();
+    /// As OutputFile::commit().
+    void commit();
 
 private:
-    std::ofstream m_out;
+    void flush();
+
+    keldaFiles::OutputFile m_file;
+    std::string m_rows; // not written yet
 };
 
 } // namespace keldaPlay

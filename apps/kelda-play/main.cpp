@@ -3,9 +3,13 @@
 #include "Color.h"
 #include "Errors.h"
 #include "Options.h"
+#include "OutputFile.h"
 #include "Player.h"
+#include "StandardStreams.h"
 
-int main(int argc, char** argv)
+namespace {
+
+int run(int argc, char** argv)
 {
     keldaPlay::Options options;
     try {
@@ -17,4 +21,13 @@ int main(int argc, char** argv)
         keldaPlay::printError(error.what(), options.color);
         return keldaPlay::exitStatusOf(error);
     }
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    keldaFiles::prepareStandardStreams();
+    keldaFiles::removeUnfinishedOnSignals();
+    return keldaFiles::finishStandardOutput("kelda-play", run(argc, argv));
 }

@@ -3,29 +3,36 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <limits>
 #include <memory>
 #include <numbers>
+#include <optional>
 #include <stdexcept>
 #include <vector>
 
 #include <unistd.h>
 
 #include "AudioFile.h"
+#include "Errors.h"
+#include "FilesInUse.h"
+#include "OutputFormat.h"
+#include "SoundOutput.h"
 #include "audioUtils/resample/GStreamerResampler.h"
-#include "audioUtils/resample/HighQualityResampler.h"
+#include "audioUtils/resample/HighQualityResamplerShort.h"
 
 namespace keldaResample {
 
 using audioUtils::GStreamerResampler;
 using audioUtils::HighQualityResampler;
+using audioUtils::HighQualityResamplerShort;
 using keldaPlay::FileHandle;
 using keldaPlay::ResamplerChoice;
 
 namespace {
 
-FileHandle openFile(const std::string& path, int mode, SF_INFO& info)
+FileHandle openInput(const std::string& path, SF_INFO& info)
 {
-    FileHandle file(sf_open(path.c_str(), mode, &info));
+    FileHandle file(sf_open(path.c_str(), SFM_READ, &info));
     if (!file) {
         throw std::runtime_error(path + ": " + sf_strerror(nullptr));
     }
@@ -110,6 +117,46 @@ private:
     HighQualityResampler m_resampler;
 };
 
+/// In 16 bits.
+class ShortEngine : public Engine
+{
+public:
+    ShortEngine(int channels, HighQualityResampler::FilterQuality quality)
+        : Engine(256, 0), m_resampler(channels, quality)
+    {
+    }
+
+    double setRatio(double ratio) override
+    {
+        const auto nearest = static_cast<float>(ratio);
+        m_resampler.setSamplingRate(nearest, 1);
+        return nearest;
+    }
+
+    int process(float* in, int count, float* out, unsigned int& written, bool flush) override
+    {
+        m_in.resize(static_cast<std::size_t>(count));
+        m_out.resize(written);
+        std::transform(in, in + count, m_in.begin(), toShort);
+        const int taken = m_resampler.processShort(
+            reinterpret_cast<unsigned short*>(m_in.data()), count,
+            reinterpret_cast<unsigned short*>(m_out.data()), written, false, flush);
+        std::transform(m_out.begin(), m_out.begin() + written, out,
+                       [](short sample) { return static_cast<float>(sample) / 32768; });
+        return taken;
+    }
+
+private:
+    static short toShort(float sample)
+    {
+        return static_cast<short>(std::clamp(std::lround(sample * 32768), -32768L, 32767L));
+    }
+
+    HighQualityResamplerShort m_resampler;
+    std::vector<short> m_in;
+    std::vector<short> m_out;
+};
+
 class GStreamerEngine : public Engine
 {
 public:
@@ -140,6 +187,9 @@ std::unique_ptr<Engine> createEngine(const ConversionOptions& options, const SF_
         return std::make_unique<GStreamerEngine>(info, options.rate,
                                                  options.resampler.gstreamerQuality());
     }
+    if (options.resampler.kind == ResamplerChoice::Kind::Short) {
+        return std::make_unique<ShortEngine>(info.channels, options.resampler.quality);
+    }
     return std::make_unique<OwnEngine>(info.channels, options.resampler.quality);
 }
 
@@ -148,23 +198,20 @@ class Conversion
 public:
     explicit Conversion(const ConversionOptions& options)
         : m_options(options),
-          m_in(openFile(options.input, SFM_READ, m_info)),
-          m_channels(static_cast<std::size_t>(m_info.channels)),
-          m_engine(createEngine(options, m_info))
+          m_in(openInput(options.input, m_info)),
+          m_channels(static_cast<std::size_t>(m_info.channels))
     {
-        const double ratio = static_cast<double>(m_info.samplerate) / options.rate;
-        if (ratio < 0.125 || ratio > 8) {
-            throw std::runtime_error(options.input + ": " + std::to_string(m_info.samplerate) +
-                                     " Hz can't be converted to " + std::to_string(options.rate) +
-                                     " Hz: that is more than a factor of 8");
-        }
-        SF_INFO out = m_info;
+        checkRates();
+        SF_INFO out{};
         out.samplerate = static_cast<int>(options.rate);
-        m_out = openFile(options.output, SFM_WRITE, out);
-        sf_command(m_out.get(), SFC_SET_CLIPPING, nullptr, SF_TRUE);
-        // As many as lie within the input, whose end is one frame behind its last.
-        m_outFramesLeft =
-            (m_info.frames * sf_count_t{options.rate} + m_info.samplerate - 1) / m_info.samplerate;
+        out.channels = m_info.channels;
+        out.format = outputFormat(options.output, m_info);
+        if (isLengthKnown()) {
+            m_outFramesLeft = outFramesFor(m_info.frames);
+        }
+        m_engine = createEngine(options, m_info);
+        m_out.emplace(options.output, out);
+        sf_command(m_out->get(), SFC_SET_CLIPPING, nullptr, SF_TRUE);
     }
 
     void run()
@@ -183,6 +230,8 @@ public:
             done += frames;
             m_progress.show(static_cast<double>(done) / static_cast<double>(m_info.frames));
         }
+        checkRead(done);
+        m_outFramesLeft = std::max(outFramesFor(done) - m_outFrames, sf_count_t{0});
         push(nullptr, 0, true);
         // A swinging ratio ends where it ends: the last frames make it even.
         std::fill(m_staging.begin(), m_staging.end(), 0.0F);
@@ -191,9 +240,45 @@ public:
                                         static_cast<std::size_t>(m_outFramesLeft)));
         }
         m_progress.end();
+        m_out->commit();
     }
 
 private:
+    void checkRates() const
+    {
+        const double ratio = static_cast<double>(m_info.samplerate) / m_options.rate;
+        const double factor = std::max(ratio, 1 / ratio) * (1 + m_options.sweepPpm * 1e-6);
+        const bool isShort = m_options.resampler.kind == ResamplerChoice::Kind::Short;
+        if (factor > 8 || (factor == 8 && isShort)) {
+            throw std::runtime_error(
+                m_options.input + ": " + std::to_string(m_info.samplerate) +
+                " Hz can't be converted to " + std::to_string(m_options.rate) + " Hz: that is " +
+                (factor > 8 ? "more than a factor of 8" : "a factor of 8, too much for short"));
+        }
+    }
+
+    [[nodiscard]] bool isLengthKnown() const
+    {
+        return m_info.frames != std::numeric_limits<sf_count_t>::max();
+    }
+
+    void checkRead(sf_count_t frames) const
+    {
+        if (sf_error(m_in.get()) != SF_ERR_NO_ERROR) {
+            throw std::runtime_error(m_options.input + ": " + sf_strerror(m_in.get()));
+        }
+        if (isLengthKnown() && frames < m_info.frames) {
+            throw std::runtime_error(m_options.input + ": ends after " + std::to_string(frames) +
+                                     " of " + std::to_string(m_info.frames) + " frames");
+        }
+    }
+
+    /// As many as lie within so much of the input, whose end is one frame behind its last.
+    [[nodiscard]] sf_count_t outFramesFor(sf_count_t frames) const
+    {
+        return (frames * sf_count_t{m_options.rate} + m_info.samplerate - 1) / m_info.samplerate;
+    }
+
     // The resampler's ratio is a float, and off by some 1e-8: a frame in half an hour. So each
     // block makes up for what the blocks before were off.
     void setRatioAt(sf_count_t frame)
@@ -228,20 +313,23 @@ private:
             m_staging[i] *= m_engine->makeUp();
         }
         const auto count = static_cast<sf_count_t>(frames);
-        if (sf_writef_float(m_out.get(), m_staging.data(), count) != count) {
-            throw std::runtime_error(m_options.output + ": " + sf_strerror(m_out.get()));
+        if (sf_writef_float(m_out->get(), m_staging.data(), count) != count) {
+            m_out->check();
+            throw std::runtime_error(m_options.output + ": " + sf_strerror(m_out->get()));
         }
+        m_outFrames += count;
         m_outFramesLeft -= count;
     }
 
     const ConversionOptions& m_options;
     SF_INFO m_info{};
     FileHandle m_in;
-    FileHandle m_out;
     std::size_t m_channels;
     std::unique_ptr<Engine> m_engine;
+    std::optional<keldaPlay::SoundOutput> m_out;
     std::vector<float> m_staging = std::vector<float>(65536);
-    sf_count_t m_outFramesLeft = 0;
+    sf_count_t m_outFrames = 0;
+    sf_count_t m_outFramesLeft = std::numeric_limits<sf_count_t>::max(); // until its end is known
     double m_wantedRatio = 1;
     double m_ratio = 1;
     double m_inputError = 0; // frames
@@ -252,6 +340,13 @@ private:
 
 void convert(const ConversionOptions& options)
 {
+    if (options.input == "-" || options.output == "-") {
+        throw keldaPlay::UsageError("-: sound is read from a file and written to a file, not from "
+                                    "standard input and to standard output");
+    }
+    keldaFiles::FilesInUse files;
+    files.addInput(options.input);
+    files.addOutput("OUT", options.output);
     Conversion(options).run();
 }
 

@@ -5,25 +5,23 @@
 
 #include "Arguments.h"
 #include "Conversion.h"
+#include "Errors.h"
 #include "HelpFormatter.h"
+#include "OutputFile.h"
 #include "ResamplerOptions.h"
+#include "StandardStreams.h"
 
 namespace {
 
 void checkResampler(const keldaResample::ConversionOptions& options)
 {
     using Kind = keldaPlay::ResamplerChoice::Kind;
-    if (options.resampler.kind == Kind::Short) {
-        throw CLI::ValidationError("--resampler", "files are not converted in 16 bits");
-    }
     if (options.resampler.kind == Kind::GStreamer && options.sweepPpm > 0) {
         throw CLI::ValidationError("--ratio-sweep", "gstreamer converts by fixed ratios only");
     }
 }
 
-} // namespace
-
-int main(int argc, char** argv)
+int run(int argc, char** argv)
 {
     try {
         keldaResample::ConversionOptions options;
@@ -31,14 +29,16 @@ int main(int argc, char** argv)
         app.formatter(std::make_shared<keldaPlay::HelpFormatter>());
         app.set_version_flag("--version", "kelda-resample " KELDA_VERSION);
         app.add_option("IN", options.input, "Sound file to read")->required();
-        app.add_option("OUT", options.output, "Sound file to write, in the same format")
+        app.add_option("OUT", options.output,
+                       "Sound file to write, in the format that its name ends with")
             ->required();
         app.option_defaults()->group("Conversion");
         app.add_option("--rate", options.rate, "Sample rate of OUT in Hz")
             ->required()
             ->transform(keldaPlay::number(1U, 6'144'000U))
             ->type_name("HZ");
-        keldaPlay::addResampler(app, options.resampler, "What converts: float, or gstreamer");
+        keldaPlay::addResampler(app, options.resampler,
+                                "What converts: float, short (16 bits, fixed point), gstreamer");
         app.add_option("--ratio-sweep", options.sweepPpm,
                        "Let the speed swing by +-PPM, once in 10 s")
             ->transform(keldaPlay::number(0.0, 10'000.0))
@@ -56,6 +56,15 @@ int main(int argc, char** argv)
         return 0;
     } catch (const std::exception& error) {
         std::fprintf(stderr, "kelda-resample: %s\n", error.what());
-        return 1;
+        return keldaPlay::exitStatusOf(error);
     }
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    keldaFiles::prepareStandardStreams();
+    keldaFiles::removeUnfinishedOnSignals();
+    return keldaFiles::finishStandardOutput("kelda-resample", run(argc, argv));
 }

@@ -4,7 +4,6 @@
 #include <array>
 #include <cmath>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <limits>
@@ -13,6 +12,7 @@
 #include <string_view>
 #include <tuple>
 
+#include "ReportFolder.h"
 #include "Verdict.h"
 
 namespace keldaReport {
@@ -127,12 +127,7 @@ void draw(const fs::path& folder, const Contents& contents)
         << "\n"
            "plot 'trace.csv' skip 1 using 1:5 with lines linecolor '#805020'\n";
     checkWritten(out, script);
-    const std::string command =
-        "cd '" + folder.string() + "' && gnuplot plots.gnuplot 2>gnuplot.log";
-    if (folder.string().find('\'') != std::string::npos || std::system(command.c_str()) != 0) {
-        throw std::runtime_error(folder.string() + ": gnuplot could not draw (see gnuplot.log)");
-    }
-    fs::remove(folder / "gnuplot.log");
+    runGnuplot(folder, "plots.gnuplot");
 }
 
 std::string readFile(const fs::path& path)
@@ -321,18 +316,18 @@ std::string textOf(const std::vector<Line>& table)
 
 void write(const std::string& folder, const Contents& contents)
 {
-    const fs::path path(folder);
-    std::error_code error;
-    fs::create_directories(path, error);
-    writeTrace(path / "trace.csv", contents.sync.series().spans());
-    draw(path, contents);
+    prepare(folder);
+    const ReportDraft draft(folder);
+    writeTrace(draft.path() / "trace.csv", contents.sync.series().spans());
+    draw(draft.path(), contents);
     if (isDrawable(contents.before)) {
-        drawSpectrogram(folder, "before", *contents.before);
+        drawSpectrogram(draft.path(), "before", *contents.before);
     }
     if (isDrawable(contents.after)) {
-        drawSpectrogram(folder, "after", *contents.after);
+        drawSpectrogram(draft.path(), "after", *contents.after);
     }
-    writePage(path, contents);
+    writePage(draft.path(), contents);
+    draft.publish();
 }
 
 } // namespace keldaReport

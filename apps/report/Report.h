@@ -50,6 +50,8 @@ struct Contents
 /// Writes a folder that tells whether a stream was in sync: index.html, which needs nothing else,
 /// the plots that it shows (by gnuplot), and trace.csv, which they are drawn from.
 ///
+/// Each file gets its name when all are complete; what else there is in the folder stays.
+///
 /// Throws std::runtime_error when something can't be written, or gnuplot is missing.
 void write(const std::string& folder, const Contents& contents);
 

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstdlib>
 #include <fstream>
 #include <memory>
 #include <numbers>
@@ -11,7 +10,11 @@
 
 #include <fftw3.h>
 
+#include "ReportFolder.h"
+
 namespace keldaReport {
+
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -111,11 +114,11 @@ double loudestAbove(const Audio& audio, double hertz, double atSeconds, double w
     return inDb(loudest);
 }
 
-void drawSpectrogram(const std::string& folder, const std::string& name, const Audio& audio)
+void drawSpectrogram(const fs::path& folder, const std::string& name, const Audio& audio)
 {
     constexpr std::size_t columns = 800;
     constexpr std::size_t binsAPixel = 4;
-    const std::string data = folder + "/" + name + ".dat";
+    const fs::path data = folder / (name + ".dat");
     {
         std::ofstream out(data);
         ShortTimeSpectrum spectrum;
@@ -133,22 +136,18 @@ void drawSpectrogram(const std::string& folder, const std::string& name, const A
             }
         }
         if (!out.flush()) {
-            throw std::runtime_error(data + ": can't be written");
+            throw std::runtime_error(data.string() + ": can't be written");
         }
     }
-    const std::string script =
-        "set terminal png size 900,260; set output '" + name + ".png'; set cbrange [-140:0]; " +
-        "set palette defined (0 'black', 1 'dark-blue', 2 'red', 3 'yellow', 4 'white'); " +
-        "set xrange [0:" + std::to_string(audio.seconds()) +
-        "]; set yrange [0:" + std::to_string(audio.rate / 2000.0) +
-        "]; set xlabel 's'; set ylabel 'kHz'; " + "set cblabel 'dBFS'; unset key; plot '" + name +
-        ".dat' using 1:2:3 with image";
-    const std::string command = "cd '" + folder + "' && gnuplot -e \"" + script +
-                                "\" 2>gnuplot.log && rm -f '" + name + ".dat' gnuplot.log";
-    if (folder.find('\'') != std::string::npos || std::system(command.c_str()) != 0) {
-        throw std::runtime_error(folder + ": gnuplot could not draw " + name +
-                                 " (see gnuplot.log)");
-    }
+    const std::string script = name + ".gnuplot";
+    std::ofstream(folder / script)
+        << "set terminal png size 900,260; set output '" << name << ".png'\n"
+        << "set palette defined (0 'black', 1 'dark-blue', 2 'red', 3 'yellow', 4 'white')\n"
+        << "set cbrange [-140:0]; set cblabel 'dBFS'; unset key\n"
+        << "set xrange [0:" << std::to_string(audio.seconds()) << "]; set xlabel 's'\n"
+        << "set yrange [0:" << std::to_string(audio.rate / 2000.0) << "]; set ylabel 'kHz'\n"
+        << "plot '" << name << ".dat' using 1:2:3 with image\n";
+    runGnuplot(folder, script);
 }
 
 } // namespace keldaReport

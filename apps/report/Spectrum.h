@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <filesystem>
 #include <memory>
 #include <span>
 #include <string>
@@ -49,6 +50,7 @@ private:
                                   double withinSeconds);
 
 /// Draws a sound's spectrogram (by gnuplot) as a PNG file, the range from -140 to 0 dBFS.
-void drawSpectrogram(const std::string& folder, const std::string& name, const Audio& audio);
+void drawSpectrogram(const std::filesystem::path& folder, const std::string& name,
+                     const Audio& audio);
 
 } // namespace keldaReport

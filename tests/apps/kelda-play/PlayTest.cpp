@@ -236,7 +236,7 @@ TEST_F(PlayTest, TellsInOneLineWhatIsWrong)
 TEST_F(PlayTest, SaysWhenWhatItWritesIsNotWhole)
 {
     EXPECT_EQ(play(" --period 480 --buffer 9600 --trace /dev/full " + recording), 1);
-    EXPECT_EQ(err, "kelda-play: /dev/full: not all could be written\n");
+    EXPECT_EQ(err, "kelda-play: /dev/full: No space left on device\n");
 }
 
 TEST_F(PlayTest, TellsItsVersionAndHelp)

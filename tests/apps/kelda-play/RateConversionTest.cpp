@@ -196,7 +196,8 @@ TEST_F(RateConversionTest, FilterTellsInOneLineWhatIsWrong)
         {files + "--rate 96000", "that is more than a factor of 8"},
         {files + "--rate 48000 --quality worst", "--quality"},
         {files + "--rate 48000 --resampler best", "--resampler"},
-        {files + "--rate 48000 --resampler short", "files are not converted in 16 bits"},
+        {files + "--rate 64000 --resampler short", "a factor of 8, too much for short"},
+        {files + "--rate 64000 --ratio-sweep 1", "that is more than a factor of 8"},
         {files + "--rate 48000 --resampler gstreamer --ratio-sweep 5", "fixed ratios only"},
     };
     for (const auto& [arguments, message] : cases) {
