@@ -71,6 +71,7 @@ TEST_F(EndTest, NeedsOneSignalWhileNobodyWritesToANamedPipe)
     const std::string pipe = createPipe("pipe.wav");
     expectOneSignalEnds(pipe, pipe);
     clickRemoval.clear();
+    clickRemoval = ""; // which a description is not told
     expectOneSignalEnds("--describe " + pipe, pipe);
     EXPECT_THAT(out, IsEmpty());
     EXPECT_EQ(numLines(err), 1U);
