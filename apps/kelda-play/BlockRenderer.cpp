@@ -16,6 +16,14 @@ constexpr miscUtils::TimeValueDelta largeError = 500'000; // ns: the loop needs 
 constexpr miscUtils::TimeValueDelta largeStep = 100'000;  // ns from block to block: no drift
 constexpr TimeValue patience = 2'500'000'000;             // ns: false words that last end before
 constexpr TimeValue memory = 4'000'000'000;               // ns: what was not large by then creeps
+constexpr double startSeconds = 1; // of audio: a device that has begun to play may yet falter
+constexpr miscUtils::TimeValueDelta startError = 1'000'000; // ns: is left as it is at a start
+
+/// What can be on the way: as much as a delay may be, of blocks as short as a device may have them.
+std::size_t mostBlocksSent(const OutputDevice& device)
+{
+    return static_cast<std::size_t>(2 * device.bufferSize() / device.periodSize()) + 256;
+}
 
 } // namespace
 
@@ -29,9 +37,11 @@ BlockRenderer::BlockRenderer(audioUtils::PcmQueue& queue, OutputDevice& device,
       m_path(std::move(path)),
       m_clock(std::move(clock)),
       m_delay(device),
+      m_framesToSettle(startSeconds * queuedRate),
       m_numFrames(device.periodSize()),
       m_deviceBytesPerFrame(std::size_t{device.numChannels()} * device.numBytesPerSample()),
-      m_block((8 * m_numFrames + 1) * queued.bytes()) // of which a converter needs the most
+      m_block((8 * m_numFrames + 1) * queued.bytes()), // of which a converter needs the most
+      m_sent(mostBlocksSent(device))
 {
     std::size_t longest = m_numFrames;
     if (m_path.clicks != nullptr) {
@@ -49,18 +59,21 @@ BlockRecord BlockRenderer::render()
     BlockRecord record;
     const TimeValue now = m_clock();
     const miscUtils::TimeValueDelta delay = m_delay.next(now);
-    if (delay < 0) {
-        startOver();
+    if (!std::exchange(m_isDry, delay < 0) && m_isDry) {
+        record.mutedFrames = muteHeld();
     }
     record.deviceDelay =
         delay + clickDelayNs() + (m_path.converter != nullptr ? m_path.converter->latencyNs() : 0);
     record.dueTime = now + static_cast<TimeValue>(record.deviceDelay);
 
     alignToStart(record.dueTime);
-    const std::size_t framesRead = m_queue.read(record.dueTime, m_read, record.delta);
+    record.moved = m_moved;
+    const std::size_t framesRead =
+        m_queue.read(record.dueTime - static_cast<TimeValue>(m_moved), m_read, record.delta);
     std::ranges::fill(m_read.subspan(framesRead * m_queued.bytes()), 0); // what the queue lacks
     complete(record, m_read.size() / m_queued.bytes(), framesRead);
     m_hasBegun = m_hasBegun || framesRead > record.silenceFrames;
+    m_framesToSettle -= static_cast<double>(record.dataFrames());
     record.delta -= std::llround(bias(record));
     correctDrift(record, now);
     capture(m_path.before);
@@ -71,7 +84,20 @@ BlockRecord BlockRenderer::render()
     }
     record.adjustmentPpm = m_path.drift != nullptr ? m_path.drift->ppm() : 0;
     record.result = write(m_path.converter != nullptr ? m_path.converter->convert(m_read) : m_read);
+    if (record.isHeard()) {
+        m_sent.add(record.numFrames, record.dataFrames());
+    } else {
+        const auto since = static_cast<std::int64_t>(m_clock() - now); // it has played on
+        record.droppedFrames = m_sent.dataAmongLast(framesIn(record.deviceDelay - since));
+        m_sent.clear();
+    }
     return record;
+}
+
+std::uint64_t BlockRenderer::framesIn(std::int64_t nanoseconds) const
+{
+    return static_cast<std::uint64_t>(std::llround(
+        static_cast<double>(std::max<std::int64_t>(0, nanoseconds)) * m_queuedRate / 1e9));
 }
 
 // The due times of a device that is being filled are a guess that gets worse with each block, for
@@ -81,19 +107,59 @@ BlockRecord BlockRenderer::render()
 // Not at the first start, where nothing has been interrupted yet: silence leads up to the sound to
 // a frame. If it begins before the device does, a millisecond off is heard less than one that is
 // missing.
+//
+// A stream that can wait is not aligned: it is moved to where the device is.
 void BlockRenderer::alignToStart(TimeValue dueTime)
 {
-    constexpr TimeValue farAway = 1'000'000'000'000;
     const bool wasFilling = std::exchange(m_filling, m_delay.isFilling());
     m_isFirstStart = m_isFirstStart && wasFilling;
+    m_isMoved = false;
+    if (m_path.canWait && isStarting()) {
+        moveStream(dueTime, wasFilling || m_filling);
+        return;
+    }
     if (m_isFirstStart && m_hasBegun) {
         return;
     }
     if (wasFilling || m_filling) {
-        static_cast<void>(m_queue.read(dueTime + farAway, std::span<unsigned char>()));
+        forgetTimes(dueTime);
     }
     if (wasFilling && !m_filling && !m_isFirstStart) {
         m_queue.resyncRead();
+    }
+}
+
+void BlockRenderer::forgetTimes(TimeValue dueTime)
+{
+    constexpr TimeValue farAway = 1'000'000'000'000;
+    static_cast<void>(m_queue.read(dueTime + farAway, std::span<unsigned char>()));
+}
+
+bool BlockRenderer::isStarting()
+{
+    if (m_filling && m_framesToSettle > 0) {
+        m_framesToSettle = startSeconds * m_queuedRate;
+    }
+    return m_framesToSettle > 0;
+}
+
+// What has begun goes on at the next frame, whenever the device gets to it; silence leads up to
+// what has not, and to what comes after a gap.
+void BlockRenderer::moveStream(TimeValue dueTime, bool isFilling)
+{
+    if (isFilling) {
+        forgetTimes(dueTime);
+    }
+    if (m_queue.bufferedDuration(miscUtils::NoTimeValue) == 0) {
+        return; // for it is not known what comes next
+    }
+    const auto late = static_cast<miscUtils::TimeValueDelta>(
+        dueTime - static_cast<TimeValue>(m_moved) - m_queue.getReadPts());
+    const bool isOff = m_hasBegun ? isFilling || late > startError : late > 0;
+    if (isOff) {
+        forgetTimes(dueTime);
+        m_moved += late;
+        m_isMoved = true;
     }
 }
 
@@ -108,12 +174,23 @@ std::int64_t BlockRenderer::clickDelayNs() const
 // The device has run dry, or is a new one: what is on the way would begin in the midst of it.
 void BlockRenderer::startOver()
 {
+    m_sent.clear();
     if (m_path.clicks != nullptr) {
         m_path.clicks->reset();
         if (m_path.converter != nullptr) {
             m_path.converter->clear();
         }
     }
+}
+
+// @return the stream's frames that are not heard for it
+std::uint64_t BlockRenderer::muteHeld()
+{
+    const std::int64_t converter = m_path.converter != nullptr ? m_path.converter->latencyNs() : 0;
+    const std::uint64_t held =
+        m_path.clicks != nullptr ? m_sent.dataAmongLast(framesIn(clickDelayNs() + converter)) : 0;
+    startOver();
+    return held;
 }
 
 void BlockRenderer::capture(SoundCapture* capture)
@@ -123,7 +200,7 @@ void BlockRenderer::capture(SoundCapture* capture)
     }
 }
 
-void BlockRenderer::removeClicks(const BlockRecord& record)
+void BlockRenderer::removeClicks(BlockRecord& record)
 {
     if (m_path.clicks == nullptr) {
         return;
@@ -133,7 +210,11 @@ void BlockRenderer::removeClicks(const BlockRecord& record)
     } else if (record.paddedFrames > 0) {
         m_path.clicks->interrupt(record.numFrames - record.paddedFrames);
     }
-    m_path.clicks->process(m_read);
+    const ClickFilter::Range muted = m_path.clicks->process(m_read);
+    const std::size_t begin = std::max<std::size_t>(muted.begin, record.silenceFrames);
+    const std::size_t end =
+        std::min<std::size_t>(muted.end, record.numFrames - record.paddedFrames);
+    record.mutedFrames += end - std::min(begin, end);
 }
 
 // What waits in the queue and in the device is timed as if its clock ran at the nominal rate: 300
@@ -160,7 +241,7 @@ void BlockRenderer::correctDrift(BlockRecord& record, TimeValue now)
     if (m_path.drift == nullptr) {
         return;
     }
-    const bool interrupted = !record.isContinuous() || record.insertedFrames != 0;
+    const bool interrupted = !record.isContinuous() || record.insertedFrames != 0 || m_isMoved;
     if (interrupted || std::abs(record.delta) < largeError) {
         m_lastSmallError = now;
     }
@@ -198,49 +279,74 @@ bool BlockRenderer::isLost(TimeValue now)
 
 BlockRecord BlockRenderer::passUnheard()
 {
-    m_read = nextBlock();
     BlockRecord record;
     record.result = OutputDevice::NotOpened;
     record.dueTime = m_clock();
-    const std::size_t framesRead = m_queue.read(record.dueTime, m_read, record.delta);
+    record.moved = m_moved;
+    if (m_path.canWait) {
+        m_goneSince = m_goneSince.value_or(record.dueTime);
+        record.queueFill = m_queue.bufferedDuration(miscUtils::NoTimeValue);
+        record.moved += static_cast<miscUtils::TimeValueDelta>(record.dueTime - *m_goneSince);
+        return record;
+    }
+    m_read = nextBlock();
+    const std::size_t framesRead =
+        m_queue.read(record.dueTime - static_cast<TimeValue>(m_moved), m_read, record.delta);
     complete(record, m_read.size() / m_queued.bytes(), framesRead);
     return record;
 }
 
-void BlockRenderer::playEnd()
+BlockRecord BlockRenderer::playEnd()
 {
+    BlockRecord record;
+    record.moved = m_moved;
     if (!m_device.isOpened()) {
-        return;
+        return record;
     }
+    record.dueTime = m_clock();
+    record.deviceDelay = m_delay.next(record.dueTime);
     if (m_path.clicks != nullptr) {
         const std::span<unsigned char> rest = m_path.clicks->flush();
-        static_cast<void>(
-            write(m_path.converter != nullptr ? m_path.converter->convert(rest) : rest));
+        record.deviceDelay += clickDelayNs();
+        record.result = write(m_path.converter != nullptr ? m_path.converter->convert(rest) : rest);
     }
-    if (m_path.converter != nullptr) {
-        static_cast<void>(write(m_path.converter->convert({}, true)));
+    if (m_path.converter != nullptr && record.isHeard()) {
+        record.deviceDelay += m_path.converter->latencyNs();
+        record.result = write(m_path.converter->convert({}, true));
     }
-    if (m_path.dop != nullptr) {
-        playIdle();
+    if (m_path.dop != nullptr && record.isHeard()) {
+        record.result = playIdle();
     }
+    if (!record.isHeard()) {
+        record.droppedFrames = m_sent.dataAmongLast(framesIn(record.deviceDelay));
+    }
+    return record;
 }
 
 // What a device plays beyond the end of a stream is what it held a buffer ago.
-void BlockRenderer::playIdle()
+OutputDevice::WriteReturnValue BlockRenderer::playIdle()
 {
+    OutputDevice::WriteReturnValue result = OutputDevice::Success;
     const std::uint64_t longest = m_device.sampleRate() / 5;
     const std::uint64_t wanted = std::min(m_device.bufferSize(), longest);
-    for (std::uint64_t written = 0; written < wanted; written += m_numFrames) {
+    for (std::uint64_t written = 0; written < wanted && keldaPlay::isHeard(result);
+         written += m_numFrames) {
         m_read = nextBlock();
         std::ranges::fill(m_read, 0);
         m_path.dop->process(m_read);
-        static_cast<void>(write(m_read));
+        result = write(m_read);
     }
+    return result;
 }
 
 void BlockRenderer::restart()
 {
     m_delay = DeviceDelay(m_device);
+    m_framesToSettle = startSeconds * m_queuedRate;
+    if (m_goneSince) {
+        m_moved += static_cast<miscUtils::TimeValueDelta>(m_clock() - *m_goneSince);
+        m_goneSince.reset();
+    }
     startOver();
     if (m_path.drift != nullptr) {
         m_path.drift->interrupt();
@@ -275,6 +381,7 @@ void BlockRenderer::complete(BlockRecord& record, std::size_t numFrames, std::si
     record.skippedFrames = m_counters.skippedFrames - before.skippedFrames;
     record.resets = m_counters.resets - before.resets;
     record.paddedFrames = numFrames - framesRead;
+    m_framesRead += record.dataFrames();
 }
 
 } // namespace keldaPlay

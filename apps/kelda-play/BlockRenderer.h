@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -11,6 +12,7 @@
 #include "Journal.h"
 #include "RateConverter.h"
 #include "Recorder.h"
+#include "SentFrames.h"
 #include "SoundCapture.h"
 #include "audioUtils/PcmQueue.h"
 #include "audioUtils/device/OutputDevice.h"
@@ -28,6 +30,7 @@ struct RenderPath
     Recorder* recorder = nullptr;                  ///< gets what the device has taken
     SoundCapture* before = nullptr;                ///< gets what was read, and padded
     SoundCapture* after = nullptr;                 ///< gets it without its clicks
+    bool canWait = false; ///< a stream without a deadline: moved in time where a device starts late
 };
 
 /// The whole of playing in time, a block at a time and on any clock.
@@ -44,11 +47,13 @@ public:
     /// Reads what is due, corrects the drift, and writes a period to the device.
     [[nodiscard]] BlockRecord render();
 
-    /// Reads a block in time, while the device is gone, and drops it.
+    /// While the device is gone: a stream that can wait stands still; of any other a block is read
+    /// in time, and dropped.
     [[nodiscard]] BlockRecord passUnheard();
 
     /// Plays what the path still holds.
-    void playEnd();
+    /// @return a block of nothing, with what has been dropped
+    BlockRecord playEnd();
 
     /// The device was opened anew.
     void restart();
@@ -56,16 +61,26 @@ public:
     /// The frames of the last block, as they left the click filter.
     [[nodiscard]] std::span<const unsigned char> lastBlock() const { return m_read; }
 
+    /// The frames of the stream that have been read, with the silence that the queue put into gaps;
+    /// and what the queue has counted by then.
+    [[nodiscard]] std::uint64_t framesRead() const { return m_framesRead; }
+    [[nodiscard]] const audioUtils::PcmQueueCounters& counters() const { return m_counters; }
+
 private:
     [[nodiscard]] std::span<unsigned char> nextBlock();
     [[nodiscard]] std::int64_t clickDelayNs() const;
     void startOver();
+    [[nodiscard]] std::uint64_t muteHeld();
+    [[nodiscard]] std::uint64_t framesIn(std::int64_t nanoseconds) const;
     void alignToStart(miscUtils::TimeValue dueTime);
+    void moveStream(miscUtils::TimeValue dueTime, bool isFilling);
+    void forgetTimes(miscUtils::TimeValue dueTime);
+    [[nodiscard]] bool isStarting();
     void capture(SoundCapture* capture);
-    void removeClicks(const BlockRecord& record);
+    void removeClicks(BlockRecord& record);
     [[nodiscard]] double bias(const BlockRecord& record) const;
     [[nodiscard]] bool isLost(miscUtils::TimeValue now);
-    void playIdle();
+    [[nodiscard]] audioUtils::OutputDevice::WriteReturnValue playIdle();
     void correctDrift(BlockRecord& record, miscUtils::TimeValue now);
     [[nodiscard]] audioUtils::OutputDevice::WriteReturnValue write(std::span<unsigned char> frames);
     void complete(BlockRecord& record, std::size_t numFrames, std::size_t framesRead);
@@ -78,8 +93,13 @@ private:
     Clock m_clock;
     DeviceDelay m_delay;
     bool m_filling = true;
-    bool m_isFirstStart = true; // of the device
-    bool m_hasBegun = false;    // what the queue holds
+    bool m_isFirstStart = true;  // of the device
+    bool m_hasBegun = false;     // what the queue holds
+    double m_framesToSettle = 0; // of audio, until the device has started, at first or once more
+    miscUtils::TimeValueDelta m_moved = 0; // the stream, in all
+    bool m_isMoved = false;                // for this block
+    bool m_isDry = false;                  // the device
+    std::optional<miscUtils::TimeValue> m_goneSince;
     miscUtils::TimeValueDelta m_lastDelta = 0;
     miscUtils::TimeValue m_lastSmallError = 0; // when these were
     miscUtils::TimeValue m_lastStep = 0;
@@ -88,6 +108,8 @@ private:
     std::vector<unsigned char> m_block; // as it is read
     std::span<unsigned char> m_read;
     audioUtils::PcmQueueCounters m_counters;
+    std::uint64_t m_framesRead = 0;
+    SentFrames m_sent;
 };
 
 } // namespace keldaPlay

@@ -195,7 +195,7 @@ void ClickFilter::interrupt(std::size_t frame)
     m_mute = m_framesToMute;
 }
 
-void ClickFilter::process(std::span<unsigned char> block)
+ClickFilter::Range ClickFilter::process(std::span<unsigned char> block)
 {
     const std::size_t frames = block.size() / m_layout.bytes();
     const bool interrupted = m_mute == m_framesToMute;
@@ -208,6 +208,7 @@ void ClickFilter::process(std::span<unsigned char> block)
     }
     m_mute -= muted;
     m_muteFrom = 0;
+    return {from, from + muted};
 }
 
 std::span<unsigned char> ClickFilter::flush()

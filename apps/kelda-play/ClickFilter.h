@@ -44,8 +44,16 @@ public:
     /// from then on.
     void prepare(std::size_t frames);
 
+    /// Frames of a block.
+    struct Range
+    {
+        std::size_t begin = 0;
+        std::size_t end = 0;
+    };
+
     /// Filters a block of whole frames, in place.
-    void process(std::span<unsigned char> block);
+    /// @return the frames that an interruption has silenced
+    Range process(std::span<unsigned char> block);
 
     /// The end of what it holds, faded out; valid until the next call.
     [[nodiscard]] std::span<unsigned char> flush();

@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <cstdlib>
+#include <utility>
 
 namespace keldaPlay {
 
@@ -21,7 +22,7 @@ constexpr TimeValueDelta largestStep = 1'000'000;
 // As many in a row are no outliers.
 constexpr unsigned int mostDoubts = 5;
 
-// A device that is being filled stands still.
+// A device that is being filled stands still, and may take its time to start.
 constexpr TimeValue startInterval = 1'000'000'000;
 
 constexpr TimeValue markInterval = 120'000'000'000;
@@ -53,7 +54,9 @@ TimeValueDelta DeviceDelay::next(TimeValue now)
     if (told <= -largest || largest <= told) {
         return m_last; // says nothing at all
     }
-    const bool isFilling = !m_known || now - m_startTime < startInterval;
+    const bool wasFilling = std::exchange(m_wasFilling, m_filling);
+    m_startTime = m_known && !wasFilling ? m_startTime : now;
+    const bool isFilling = now - m_startTime < startInterval;
     if (!isFilling && !isBelievable(told, expected)) {
         return expected;
     }
@@ -68,7 +71,6 @@ TimeValueDelta DeviceDelay::next(TimeValue now)
 // A device that plays too fast is emptied sooner than expected, by so much for each second.
 void DeviceDelay::estimateRate(TimeValue now, TimeValueDelta step)
 {
-    m_startTime = m_known ? m_startTime : now;
     m_off += m_known ? step : 0;
     if (now - m_startTime < startInterval) {
         m_oldMark = m_newMark = {now, m_off};

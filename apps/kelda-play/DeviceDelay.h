@@ -65,6 +65,7 @@ private:
     unsigned int m_doubts = 0;
     long m_timestamp;
     bool m_filling = true;
+    bool m_wasFilling = true; // when it was asked last
     bool m_refilling = false; // after it has run
     std::uint64_t m_framesRefilled = 0;
 };

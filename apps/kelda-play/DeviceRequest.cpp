@@ -70,7 +70,7 @@ DeviceRequest requestFor(const Options& options, const audioUtils::PcmAudioInfo&
 
 std::unique_ptr<OutputDevice> createDevice(const std::string& name)
 {
-    if (name == "fake") {
+    if (name == simulatedDevice) {
         return std::make_unique<audioUtils::FakeOutputDevice>();
     }
     return std::make_unique<audioUtils::AlsaOutputDevice>();

@@ -34,7 +34,9 @@ struct DeviceRequest
 [[nodiscard]] DeviceRequest requestFor(const Options& options,
                                        const audioUtils::PcmAudioInfo& stream);
 
-/// "fake": the simulated device; any other name is ALSA's.
+inline constexpr const char* simulatedDevice = "fake";
+
+/// The simulated device; any other name is ALSA's.
 [[nodiscard]] std::unique_ptr<audioUtils::OutputDevice> createDevice(const std::string& name);
 
 /// Opens a device; a failed one is closed again, and so is one that runs at another rate than was

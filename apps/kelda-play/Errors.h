@@ -9,10 +9,11 @@ namespace keldaPlay {
 
 /// What the player exits with.
 enum ExitStatus : int {
-    Ended = 0,        ///< all was played, or a signal has ended it
+    Ended = 0,        ///< all was heard, until a signal if one has ended it
     FileFailed = 1,   ///< something can't be read or written
     UsageFailed = 2,  ///< the command line asks for what there is not
     DeviceFailed = 3, ///< a device can't be opened for the stream, or has not come back
+    NotAllHeard = 4,  ///< played to its end, or a signal, but something was lost on the way
 };
 
 /// The device can't play the stream.

@@ -42,7 +42,9 @@ Json countsOf(const Statistics& statistics)
             {"missingFrames", counts.missingFrames()},
             {"gapFrames", counts.gapFrames()},
             {"discardedFrames", counts.discardedFrames()},
-            {"unheardFrames", counts.unheardFrames()}};
+            {"unheardFrames", counts.unheardFrames()},
+            {"mutedFrames", counts.mutedFrames()},
+            {"moved", rounded(counts.movedSeconds())}};
 }
 
 // null: not measured.

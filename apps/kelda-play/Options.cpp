@@ -29,10 +29,11 @@ constexpr double largestGain = 1e6;
 
 constexpr const char* exitStatusText =
     "Exit status:\n"
-    "  0  all was played, or SIGINT or SIGTERM has ended it\n"
+    "  0  all was heard, up to SIGINT or SIGTERM if one has ended it\n"
     "  1  something can't be read or written\n"
     "  2  the command line asks for what there is not\n"
     "  3  a device can't be opened for the stream, or has gone and not come back\n"
+    "  4  it was played, but not all of it was heard\n"
     "  130, 143  a second SIGINT or SIGTERM has ended it at once, or the first\n"
     "     while something was being opened";
 
@@ -104,6 +105,11 @@ void addDeviceOptions(CLI::App& app, Options& options)
         ->option_text("MAP");
     app.add_flag("!--no-rate-resample", options.rateResample,
                  "Forbid ALSA to convert the sample rate");
+    app.add_option("--wait", options.waitSeconds,
+                   "Wait so many seconds for a device that is gone\n"
+                   "[60; with standard input as long as it goes on]")
+        ->check(CLI::Range(0.0, 86'400.0))
+        ->option_text("SECONDS");
 }
 
 void addDescriptions(CLI::App& app, Options& options)

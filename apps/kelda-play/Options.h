@@ -35,6 +35,7 @@ struct Options
     std::uint64_t startThreshold = 0;
     std::string channelMap; // in ALSA's syntax
     bool rateResample = true;
+    std::optional<double> waitSeconds; // for a device that is gone
     ResamplerChoice resampler;
     ClickOptions clicks;
 

@@ -141,6 +141,8 @@ int play(const Options& wanted)
             refuseFileConflicts(options, tracks);
             playAll({options, signals, *presenter, statistics}, tracks);
         }
+        problem = lossOf(statistics);
+        status = problem.empty() ? Ended : NotAllHeard;
     } catch (const std::exception& error) {
         status = exitStatusOf(error);
         problem = error.what();

@@ -65,6 +65,7 @@ void Producer::run(Timeline timeline)
             break;
         }
         position += decoded;
+        m_framesQueued += piece.lost ? 0 : decoded;
     }
     m_queue.drain();
 }

@@ -31,6 +31,9 @@ public:
     /// From any thread: makes run() return soon, whatever it waits for.
     void stop();
 
+    /// Frames that the queue has got, once run() has returned.
+    [[nodiscard]] std::uint64_t framesQueued() const { return m_framesQueued; }
+
 private:
     [[nodiscard]] bool waitFor(miscUtils::TimeValue duration);
     [[nodiscard]] miscUtils::TimeValue stamped(miscUtils::TimeValue pts);
@@ -47,6 +50,7 @@ private:
     std::mutex m_mutex;
     std::condition_variable m_stopCondition;
     bool m_stopped = false;
+    std::uint64_t m_framesQueued = 0;
 };
 
 } // namespace keldaPlay

@@ -12,12 +12,14 @@
 namespace keldaPlay {
 
 Renderer::Renderer(audioUtils::PcmQueue& queue, audioUtils::OutputDevice& device,
-                   const FrameLayout& queued, unsigned int queuedRate, RenderPath path,
-                   std::function<bool()> reopen, Journal& journal)
-    : m_renderer(queue, device, queued, queuedRate, std::move(path),
-                 miscUtils::getMonotonicRawSysclockTime),
+                   const FrameLayout& queued, unsigned int queuedRate, const RenderPath& path,
+                   std::function<bool()> reopen,
+                   std::optional<std::chrono::duration<double>> waiting, Journal& journal)
+    : m_renderer(queue, device, queued, queuedRate, path, miscUtils::getMonotonicRawSysclockTime),
       m_device(device),
+      m_canWait(path.canWait),
       m_reopen(std::move(reopen)),
+      m_waiting(waiting),
       m_journal(journal)
 {
 }
@@ -43,15 +45,23 @@ void wakeUpInTime()
 void Renderer::run()
 {
     wakeUpInTime();
-    while (!m_stopped) {
+    while (!m_stopped && !hasWaitedLong()) {
         if (!renderBlock()) {
             waitForDevice();
         } else if (m_lost) {
             noteReturn();
         }
     }
-    m_renderer.playEnd();
+    const BlockRecord end = m_renderer.playEnd();
+    if (!end.isHeard()) {
+        m_journal.append(end);
+    }
     m_ended = true;
+}
+
+bool Renderer::hasWaitedLong() const
+{
+    return m_lost && m_waiting && std::chrono::steady_clock::now() - *m_lost > *m_waiting;
 }
 
 bool Renderer::renderBlock()
@@ -66,12 +76,14 @@ void Renderer::waitForDevice()
 {
     using namespace std::chrono;
     if (!m_lost) {
-        LOG4CPLUS_WARN(logger(), "The device is gone; the stream goes on unheard until it is back");
+        LOG4CPLUS_WARN(logger(), "The device is gone; the stream "
+                                     << (m_canWait ? "waits" : "goes on unheard")
+                                     << " until it is back");
         m_lost = steady_clock::now();
         m_wait = milliseconds(100);
     }
     m_device.close();
-    while (!m_stopped && !m_device.isOpened()) {
+    while (!m_stopped && !hasWaitedLong() && !m_device.isOpened()) {
         passUnheard(std::exchange(m_wait, std::min(2 * m_wait, milliseconds(2000))));
         if (!m_stopped && m_reopen()) {
             m_renderer.restart();

@@ -23,6 +23,7 @@ using miscUtils::TimeValue;
 namespace {
 
 constexpr TimeValue nanosecondsPerMillisecond = 1'000'000;
+constexpr std::int64_t longestDelay = 10'000'000'000; // ns: what tells more is wrong
 
 void configureQueue(audioUtils::PcmQueue& queue, const Options& options, const Playlist& playlist,
                     const FrameLayout& layout)
@@ -130,6 +131,21 @@ bool Session::converts() const
            m_options.drift.correction == Correction::Resample;
 }
 
+// What comes from a live source has a deadline; a file has none.
+bool Session::canWait() const
+{
+    return std::ranges::none_of(m_playlist.tracks(), &Track::isLive);
+}
+
+std::optional<std::chrono::duration<double>> Session::waiting() const
+{
+    constexpr std::chrono::duration<double> usual = std::chrono::minutes(1);
+    if (m_options.waitSeconds) {
+        return std::chrono::duration<double>(*m_options.waitSeconds);
+    }
+    return canWait() ? std::optional(usual) : std::nullopt;
+}
+
 RenderPath Session::path()
 {
     RenderPath path;
@@ -142,6 +158,7 @@ RenderPath Session::path()
     if (m_options.drift.correction == Correction::Device) {
         path.setDeviceRate = [this](double ppm) { m_pll->set(ppm); };
     }
+    path.canWait = canWait();
     path.drift = m_options.drift.correction != Correction::None ? &m_drift : nullptr;
     return path;
 }
@@ -176,6 +193,7 @@ void Session::run()
     attempt([this] { play(); });
     attempt([this] { closeDevice(); });
     m_observer->finish(m_playing.signals.haveCome());
+    m_playing.statistics.endStream(m_notPlayed, m_discarded);
     // However playing has ended, these tell what was heard until then.
     attempt([this] { m_observer->commitTrace(); });
     attempt([this] { commitRecording(); });
@@ -188,11 +206,29 @@ void Session::run()
 void Session::closeDevice()
 {
     const bool isGone = !m_device->isOpened();
-    m_device->drain();
+    m_notPlayed = isGone ? 0 : drain();
     m_device->close();
     if (isGone) {
         throw DeviceError("device " + m_options.device + " has not come back");
     }
+}
+
+// @return the frames that the device held, and did not play: it took less than half the time
+std::uint64_t Session::drain()
+{
+    if (m_options.device == simulatedDevice) {
+        m_device->drain(); // at once
+        return 0;
+    }
+    const std::int64_t told = m_device->getCompensatedRenderingDelay();
+    const std::int64_t held = 0 < told && told < longestDelay ? told : 0;
+    const auto before = std::chrono::steady_clock::now();
+    m_device->drain();
+    const std::chrono::nanoseconds taken = std::chrono::steady_clock::now() - before;
+    if (taken.count() >= held / 2) {
+        return 0;
+    }
+    return static_cast<std::uint64_t>(held - taken.count()) * m_playlist.rate() / 1'000'000'000;
 }
 
 // Throws what the producer's thread has thrown.
@@ -201,7 +237,7 @@ void Session::play()
     Producer producer(m_playlist, m_queued, m_queue, m_observer->schedule(), m_options);
     Renderer renderer(
         m_queue, *m_device, m_queued, m_playlist.rate(), path(),
-        [this] { return open(*m_device, m_request).empty(); }, m_observer->journal());
+        [this] { return open(*m_device, m_request).empty(); }, waiting(), m_observer->journal());
     std::exception_ptr unreadable;
 
     std::thread producerThread([&] {
@@ -218,8 +254,21 @@ void Session::play()
     producer.stop(); // the renderer may have ended first
     producerThread.join();
     rendererThread.join();
+    countDiscarded(producer, renderer.rendered());
     if (unreadable) {
         std::rethrow_exception(unreadable);
+    }
+}
+
+// What went into the queue, and neither came out nor was skipped. What it held when a signal came
+// is what nobody wanted to hear any more.
+void Session::countDiscarded(const Producer& producer, const BlockRenderer& rendered)
+{
+    const audioUtils::PcmQueueCounters& counters = rendered.counters();
+    const std::uint64_t in = producer.framesQueued() + counters.insertedFrames;
+    const std::uint64_t out = rendered.framesRead() + counters.skippedFrames;
+    if (in >= out && !m_playing.signals.haveCome() && m_device->isOpened()) {
+        m_discarded = in - out;
     }
 }
 

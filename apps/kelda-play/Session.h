@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <span>
@@ -61,10 +62,14 @@ private:
     void openDevice();
     void limitTo(double seconds);
     [[nodiscard]] bool converts() const;
+    [[nodiscard]] bool canWait() const;
+    [[nodiscard]] std::optional<std::chrono::duration<double>> waiting() const;
+    [[nodiscard]] std::uint64_t drain();
     [[nodiscard]] RenderPath path();
     [[nodiscard]] std::string carried() const;
     [[nodiscard]] miscUtils::TimeValue pathDelay() const;
     void play();
+    void countDiscarded(const Producer& producer, const BlockRenderer& rendered);
     void watch(const Renderer& renderer, Producer& producer);
     void closeDevice();
     void commitRecording();
@@ -79,7 +84,9 @@ private:
     FrameLayout m_queued;              // as it is queued
     DeviceRequest m_request;
     std::unique_ptr<audioUtils::OutputDevice> m_device;
-    std::string m_granted; // of the device, for the report
+    std::string m_granted;                    // of the device, for the report
+    std::uint64_t m_notPlayed = 0;            // by the device, of what it held; frames
+    std::optional<std::uint64_t> m_discarded; // by the queue, frames
     audioUtils::PcmQueue m_queue;
     std::optional<ClickFilter> m_clicks;
     std::optional<DopFilter> m_dop;       // for a stream of DSD

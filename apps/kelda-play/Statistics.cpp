@@ -1,7 +1,9 @@
 #include "Statistics.h"
 
 #include <array>
+#include <cmath>
 #include <cstdio>
+#include <utility>
 
 #include "Color.h"
 #include "Verdict.h"
@@ -9,6 +11,15 @@
 namespace keldaPlay {
 
 namespace {
+
+using Loss = std::pair<std::uint64_t, const char*>;
+
+std::array<Loss, 3> seldomLost(const keldaSync::FrameCounts& counts)
+{
+    return {Loss{counts.discardedFrames(), " dropped on jumps"},
+            Loss{counts.unheardFrames(), " while the device was gone"},
+            Loss{counts.mutedFrames(), " muted at interruptions"}};
+}
 
 std::string lossesOf(const keldaSync::FrameCounts& counts, bool isColored)
 {
@@ -19,13 +30,22 @@ std::string lossesOf(const keldaSync::FrameCounts& counts, bool isColored)
     std::string text = lost(counts.skippedFrames(), " frames skipped") + ", " +
                        lost(counts.missingFrames(), " missing") + ", " +
                        lost(counts.underruns(), " underruns");
-    if (counts.discardedFrames() > 0) {
-        text += ", " + lost(counts.discardedFrames(), " dropped on jumps");
-    }
-    if (counts.unheardFrames() > 0) {
-        text += ", " + lost(counts.unheardFrames(), " while the device was gone");
+    for (const auto& [count, what] : seldomLost(counts)) {
+        text += count > 0 ? ", " + lost(count, what) : "";
     }
     return text;
+}
+
+std::string movedLine(double seconds)
+{
+    constexpr double least = 0.0005;
+    std::array<char, 128> text{};
+    if (std::abs(seconds) >= least) {
+        std::snprintf(text.data(), text.size(),
+                      "moved         %.3f s later than planned: the stream waited for the device\n",
+                      seconds);
+    }
+    return text.data();
 }
 
 std::string errorsOf(const keldaSync::ErrorStatistics& errors)
@@ -52,12 +72,32 @@ std::string summaryOf(const Statistics& statistics, bool isColored)
     std::snprintf(silence.data(), silence.size(), "%.3f s until audio was due, %lu frames in gaps",
                   counts.silenceSeconds(), counts.gapFrames());
     const Color color = verdict == keldaSync::Verdict::InSync ? Color::None : Color::Red;
-    return std::string("played        ") + played.data() +    //
-           "\nsilence       " + silence.data() +              //
-           "\nlost          " + lossesOf(counts, isColored) + //
+    return std::string("played        ") + played.data() +  //
+           "\nsilence       " + silence.data() +            //
+           "\n" + movedLine(counts.movedSeconds()) +        //
+           "lost          " + lossesOf(counts, isColored) + //
            "\ntiming error  " + errorsOf(statistics.errors()) + "\nverdict       " +
            inColor(toString(verdict), isColored ? color : Color::None) + ": " +
            reasonOf(statistics) + "\n";
+}
+
+std::string lossOf(const Statistics& statistics)
+{
+    const keldaSync::FrameCounts& counts = statistics.counts();
+    if (counts.notHeardFrames() == 0) {
+        return "";
+    }
+    std::string text;
+    const auto tell = [&text](const Loss& loss) {
+        if (loss.first > 0) {
+            text += (text.empty() ? "" : ", ") + std::to_string(loss.first) + loss.second;
+        }
+    };
+    tell({counts.skippedFrames(), " skipped"});
+    for (const Loss& loss : seldomLost(counts)) {
+        tell(loss);
+    }
+    return std::to_string(counts.notHeardFrames()) + " frames were not heard: " + text;
 }
 
 } // namespace keldaPlay

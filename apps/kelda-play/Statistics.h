@@ -12,4 +12,7 @@ using Statistics = keldaSync::SyncStatistics;
 /// @param isColored whether what was lost, and a verdict that is not good, stand out
 [[nodiscard]] std::string summaryOf(const Statistics& statistics, bool isColored = false);
 
+/// What was not heard of the audio, in a line without a stop at its end; empty if all was.
+[[nodiscard]] std::string lossOf(const Statistics& statistics);
+
 } // namespace keldaPlay

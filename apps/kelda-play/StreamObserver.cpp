@@ -21,10 +21,11 @@ StreamObserver::StreamObserver(const Options& options, Presenter& presenter, Sta
 void StreamObserver::update()
 {
     takeRecords();
-    const TimeValue now = miscUtils::getMonotonicRawSysclockTime();
-    tellTracks(now);
+    const TimeValue streamTime =
+        miscUtils::getMonotonicRawSysclockTime() - static_cast<TimeValue>(m_last.moved);
+    tellTracks(streamTime);
     if (m_hasPlayed) {
-        tellProgress(now);
+        tellProgress(streamTime);
     }
 }
 
@@ -56,9 +57,9 @@ void StreamObserver::takeRecords()
     }
 }
 
-void StreamObserver::tellTracks(TimeValue now)
+void StreamObserver::tellTracks(TimeValue streamTime)
 {
-    while (const auto due = m_schedule.takeDue(now)) {
+    while (const auto due = m_schedule.takeDue(streamTime)) {
         m_current = *due;
         m_presenter.trackBegins(*due->track, position());
     }
@@ -79,12 +80,12 @@ void StreamObserver::tellIncidents(const BlockRecord& record)
     }
 }
 
-void StreamObserver::tellProgress(TimeValue now)
+void StreamObserver::tellProgress(TimeValue streamTime)
 {
     const Track* const track = m_current.track;
     double seconds = 0;
     if (track != nullptr) {
-        seconds = static_cast<double>(now - m_current.pts) * 1e-9;
+        seconds = static_cast<double>(streamTime - m_current.pts) * 1e-9;
         seconds = std::min(seconds, track->seconds().value_or(seconds));
     }
     m_presenter.goesOn({m_statistics, m_last, track, seconds});

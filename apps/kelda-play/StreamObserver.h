@@ -38,9 +38,9 @@ public:
 
 private:
     void takeRecords();
-    void tellTracks(miscUtils::TimeValue now);
+    void tellTracks(miscUtils::TimeValue streamTime);
     void tellIncidents(const BlockRecord& record);
-    void tellProgress(miscUtils::TimeValue now);
+    void tellProgress(miscUtils::TimeValue streamTime);
     [[nodiscard]] double position() const { return m_statistics.counts().dataSeconds(); }
 
     Presenter& m_presenter;

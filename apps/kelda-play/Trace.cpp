@@ -7,7 +7,8 @@ namespace keldaPlay {
 Trace::Trace(const std::string& path) : m_file(path)
 {
     m_rows = "due_time_ns,delta_ns,queue_fill_ns,device_delay_ns,frames,silence_frames,"
-             "inserted_frames,skipped_frames,padded_frames,underruns,adjustment_ppm,heard\n";
+             "inserted_frames,skipped_frames,padded_frames,underruns,adjustment_ppm,heard,"
+             "muted_frames,dropped_frames,moved_ns\n";
 }
 
 void Trace::write(const BlockRecord& record)
@@ -18,7 +19,8 @@ void Trace::write(const BlockRecord& record)
         << record.deviceDelay << ',' << record.numFrames << ',' << record.silenceFrames << ','
         << record.insertedFrames << ',' << record.skippedFrames << ',' << record.paddedFrames << ','
         << (record.result == audioUtils::OutputDevice::Underrun ? 1 : 0) << ','
-        << record.adjustmentPpm << ',' << (record.isHeard() ? 1 : 0) << '\n';
+        << record.adjustmentPpm << ',' << (record.isHeard() ? 1 : 0) << ',' << record.mutedFrames
+        << ',' << record.droppedFrames << ',' << record.moved << '\n';
     m_rows += row.view();
     if (m_rows.size() >= enough) {
         flush();

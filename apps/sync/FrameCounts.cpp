@@ -11,19 +11,32 @@ void FrameCounts::beginStream(unsigned int sampleRate)
     m_missingInDoubt = 0;
     m_hasBegun = false;
     m_queuedTime = 0;
+    m_discardedBefore = m_discardedFrames;
+    m_movedSeconds = movedSeconds();
+    m_moved = 0;
+}
+
+void FrameCounts::endStream(std::uint64_t held, std::optional<std::uint64_t> discarded)
+{
+    m_unheardFrames += held;
+    if (discarded) {
+        m_discardedFrames = m_discardedBefore + *discarded;
+    }
 }
 
 void FrameCounts::add(const BlockRecord& record)
 {
     m_gapFrames += record.insertedFrames;
     m_skippedFrames += record.skippedFrames;
+    m_mutedFrames += record.mutedFrames;
+    m_moved = record.moved;
     const miscUtils::TimeValue queuedBefore = std::exchange(m_queuedTime, record.queueFill);
     if (record.resets > 0) {
         m_discardedFrames += static_cast<std::uint64_t>(
             std::llround(static_cast<double>(queuedBefore) * 1e-9 * m_sampleRate));
     }
     if (!record.isHeard()) {
-        m_unheardFrames += record.dataFrames();
+        m_unheardFrames += record.dataFrames() + record.droppedFrames;
         return;
     }
     ++m_blocks;

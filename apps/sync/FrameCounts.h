@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 
 #include "BlockRecord.h"
 
@@ -14,6 +15,11 @@ public:
     void beginStream(unsigned int sampleRate);
 
     void add(const BlockRecord& record);
+
+    /// The stream is over.
+    /// @param held      by the device, and never played
+    /// @param discarded by the queue on jumps, if that is known
+    void endStream(std::uint64_t held, std::optional<std::uint64_t> discarded);
 
     [[nodiscard]] std::uint64_t blocks() const { return m_blocks; } ///< that the device has taken
     [[nodiscard]] std::uint64_t dataFrames() const { return m_dataFrames; } ///< of them, of audio
@@ -32,15 +38,27 @@ public:
     [[nodiscard]] std::uint64_t missingFrames() const { return m_missingFrames; }
 
     /// Lost: held by the queue when it started afresh on a jump of the timestamps. At least so
-    /// many: what had arrived since the last block is not known.
+    /// many: what had arrived since the last block is known when the stream is over.
     [[nodiscard]] std::uint64_t discardedFrames() const { return m_discardedFrames; }
 
-    /// Lost: due while the device was gone.
+    /// Lost: due while the device was gone, or held by it when it went, or ended.
     [[nodiscard]] std::uint64_t unheardFrames() const { return m_unheardFrames; }
 
-    [[nodiscard]] std::uint64_t lostFrames() const
+    /// Lost: silenced around an interruption, that it may not click.
+    [[nodiscard]] std::uint64_t mutedFrames() const { return m_mutedFrames; }
+
+    /// Audio that was there, and was not heard.
+    [[nodiscard]] std::uint64_t notHeardFrames() const
     {
-        return m_skippedFrames + m_missingFrames + m_discardedFrames + m_unheardFrames;
+        return m_skippedFrames + m_discardedFrames + m_unheardFrames + m_mutedFrames;
+    }
+
+    [[nodiscard]] std::uint64_t lostFrames() const { return notHeardFrames() + m_missingFrames; }
+
+    /// By how much the streams were heard later than stamped, having waited for the device; s.
+    [[nodiscard]] double movedSeconds() const
+    {
+        return m_movedSeconds + static_cast<double>(m_moved) * 1e-9;
     }
 
     /// How often the device ran dry.
@@ -57,7 +75,11 @@ private:
     std::uint64_t m_missingFrames = 0;
     std::uint64_t m_missingInDoubt = 0; // lost if audio follows, else the end of the stream
     std::uint64_t m_discardedFrames = 0;
+    std::uint64_t m_discardedBefore = 0; // the stream
     std::uint64_t m_unheardFrames = 0;
+    std::uint64_t m_mutedFrames = 0;
+    double m_movedSeconds = 0;             // the streams before
+    miscUtils::TimeValueDelta m_moved = 0; // this one, ns
     std::uint64_t m_underruns = 0;
     bool m_hasBegun = false;               // the stream
     miscUtils::TimeValue m_queuedTime = 0; // what the queue held after the last block, ns

@@ -63,6 +63,12 @@ public:
     /// @param adjustmentError of the rate, against what it should be; ppm
     void add(const BlockRecord& record, std::optional<double> errorUs, double adjustmentError);
 
+    /// FrameCounts::endStream()
+    void endStream(std::uint64_t held, std::optional<std::uint64_t> discarded)
+    {
+        m_counts.endStream(held, discarded);
+    }
+
     [[nodiscard]] const FrameCounts& counts() const { return m_counts; }
 
     /// From the first block's way to the device to the last one's end, s.

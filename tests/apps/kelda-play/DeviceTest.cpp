@@ -41,6 +41,30 @@ protected:
                     before);
     }
 
+    /// The same as a live stream.
+    int playLive(const std::string& options)
+    {
+        const std::string line = "tail -c +45 " + file + " | " KELDA_PLAY " --no-click-removal " +
+                                 "--device faulty --raw 48000:2:S16LE --trace " + path("t.csv") +
+                                 " " + options + " - >" + path("out") + " 2>" + path("err");
+        return finish(std::system(line.c_str()));
+    }
+
+    void vanish() const
+    {
+        waitUntilTaken(72'000);
+        card->isGone = true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(500));
+        card->isGone = false;
+    }
+
+    /// As the summary has them.
+    [[nodiscard]] std::uint64_t unheardFrames() const
+    {
+        const auto at = out.find(" while the device was gone\n");
+        return at == std::string::npos ? 0 : std::stoul(out.substr(out.rfind(' ', at - 1)));
+    }
+
     /// Plays, and does something to the card meanwhile.
     template<typename Function>
     int playWhile(const std::string& options, Function function)
@@ -155,15 +179,13 @@ TEST_F(DeviceTest, SurvivesADelayThatMovesOnceAPeriod)
 
 TEST_F(DeviceTest, SurvivesADelayThatJumps)
 {
-    ASSERT_EQ(playWhile("--period 480 --buffer 24000",
-                        [this] {
-                            for (const int milliseconds : {5, -5, 100, 0, -100, 0}) {
-                                waitUntilTaken(card->framesTaken + 20'000);
-                                card->delayOffset = milliseconds * 48;
-                            }
-                        }),
-              0)
-        << err;
+    const int status = playWhile("--period 480 --buffer 24000", [this] {
+        for (const int milliseconds : {5, -5, 100, 0, -100, 0}) {
+            waitUntilTaken(card->framesTaken + 20'000);
+            card->delayOffset = milliseconds * 48;
+        }
+    });
+    EXPECT_EQ(status, heard().size() == numFrames ? 0 : 4) << err;
     expectAllCounted();
     EXPECT_GT(heard().size(), numFrames / 2);
 }
@@ -220,7 +242,7 @@ TEST_F(DeviceTest, IsBackInStepAfterAStall)
         std::this_thread::sleep_for(std::chrono::milliseconds(400));
         ASSERT_EQ(kill(card->process, SIGCONT), 0);
     };
-    ASSERT_EQ(playWhile("", stall), 0) << err;
+    EXPECT_EQ(playWhile("", stall), 4) << err;
     expectAllCounted();
     EXPECT_GE(card->underruns, 1U);
     EXPECT_THAT(out, Not(HasSubstr(", 0 underruns\n")));
@@ -296,31 +318,75 @@ TEST_F(DeviceTest, Plays24BitsInEitherWidth)
     }
 }
 
-TEST_F(DeviceTest, WaitsForADeviceThatVanishesAndIsInStepWhenItIsBack)
+TEST_F(DeviceTest, HearsAFileFromItsFirstFrameOnACardThatStartsSlowly)
 {
-    const auto vanish = [this] {
-        waitUntilTaken(48'000);
-        card->isGone = true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(500));
-        card->isGone = false;
-    };
-    ASSERT_EQ(playWhile("", vanish), 0) << err;
+    for (const std::string options : {"", " --start-threshold 480"}) {
+        card->slowStarts = 1500;
+        ASSERT_EQ(playOn(options), 0) << err;
+        expectAllHeard();
+        EXPECT_THAT(out, ContainsRegex("\nmoved         1\\.[2-6][0-9]* s later than planned"));
+        for (const TraceRow& row : trace()) {
+            EXPECT_GE(row.delay, 0);
+            EXPECT_LE(row.delay, 100'000'000) << "no more than it holds";
+        }
+        card.renew();
+        std::filesystem::remove(card.folder() / "played.raw");
+    }
+}
+
+TEST_F(DeviceTest, SaysWhatALiveStreamLosesOnACardThatStartsSlowly)
+{
+    card->slowStarts = 1500;
+    EXPECT_EQ(playLive(""), 4) << err;
+    const std::size_t lost = numFrames - heard().size();
+    EXPECT_GT(lost, 12'000U) << "of what the queue held";
+    EXPECT_THAT(err, HasSubstr("kelda-play: " + std::to_string(lost) + " frames were not heard: "));
+    EXPECT_THAT(out, Not(HasSubstr("moved ")));
+}
+
+TEST_F(DeviceTest, WaitsForADeviceThatVanishesAndGoesOnWhereItWas)
+{
+    EXPECT_EQ(playWhile("", [this] { vanish(); }), 4) << err;
     EXPECT_EQ(card->opens, 3U) << "to be asked, and twice to play";
-    EXPECT_THAT(err, ContainsRegex("WARN  kelda-play: The device is gone; the stream goes on "
-                                   "unheard until it is back\n"));
+    EXPECT_THAT(err, HasSubstr("WARN  kelda-play: The device is gone; the stream waits until it is "
+                               "back\n"));
     EXPECT_THAT(err, ContainsRegex("WARN  kelda-play: The device is back after [0-9]+ ms\n"));
-    EXPECT_LE(numLines(err), 6U) << err;
-    const auto at = out.find(" while the device was gone\n");
-    ASSERT_NE(at, std::string::npos) << out;
-    const std::uint64_t unheard = std::stoul(out.substr(out.rfind(' ', at - 1)));
-    EXPECT_NEAR(static_cast<double>(unheard), 0.75 * 48'000, 0.25 * 48'000);
-    expectAllCounted(unheard);
+    EXPECT_THAT(err, EndsWith(" while the device was gone\n"));
+    EXPECT_LE(numLines(err), 7U) << err;
+    EXPECT_THAT(out, ContainsRegex("\nmoved         0\\.[5-9][0-9]* s later than planned"));
+
+    // What it held, and the block that it was given then; nothing after it.
+    const std::vector<std::uint32_t> frames = heard();
+    const auto cut =
+        std::adjacent_find(frames.begin(), frames.end(), [](auto a, auto b) { return b != a + 1; });
+    ASSERT_NE(cut, frames.end());
+    const std::uint32_t lost = *std::next(cut) - *cut - 1;
+    EXPECT_EQ(frames.size(), numFrames - lost) << "one cut";
+    EXPECT_EQ(frames.back(), numFrames);
+    EXPECT_LE(lost, 3840U + 480U);
+    EXPECT_NEAR(static_cast<double>(unheardFrames()), lost, 96) << "2 ms, as a position is known";
+}
+
+TEST_F(DeviceTest, ALiveStreamGoesOnUnheardAndIsInStepWhenTheDeviceIsBack)
+{
+    int status = 0;
+    std::thread player([&] { status = playLive(""); });
+    vanish();
+    player.join();
+    EXPECT_EQ(status, 4) << err;
+    EXPECT_THAT(err, HasSubstr("WARN  kelda-play: The device is gone; the stream goes on unheard "
+                               "until it is back\n"));
+    EXPECT_NEAR(static_cast<double>(unheardFrames()), 0.75 * 48'000, 0.25 * 48'000);
+    const std::vector<std::uint32_t> frames = heard();
+    EXPECT_EQ(std::adjacent_find(frames.begin(), frames.end(), std::greater_equal<>()),
+              frames.end())
+        << "repeated";
     EXPECT_NEAR(stepsBetweenRuns(), 0, 20) << "ms";
-    EXPECT_GT(heard().back(), numFrames - 10);
+    EXPECT_GT(frames.back(), numFrames - 10);
 }
 
 // As a sound server that has died: it can be opened and repaired, but nothing can be written.
-TEST_F(DeviceTest, WaitsForADeviceThatTakesNothingMoreAndIsInStepWhenItDoesAgain)
+TEST_F(DeviceTest, WaitsForADeviceThatTakesNothingMoreAndGoesOnWhereItWas)
 {
     card->faultRepeats = forEver;
     const auto takeNothing = [this] {
@@ -329,17 +395,15 @@ TEST_F(DeviceTest, WaitsForADeviceThatTakesNothingMoreAndIsInStepWhenItDoesAgain
         std::this_thread::sleep_for(std::chrono::milliseconds(500));
         card->fault = 0;
     };
-    ASSERT_EQ(playWhile("--log-level info", takeNothing), 0) << err;
+    EXPECT_EQ(playWhile("--log-level info", takeNothing), 4) << err;
     EXPECT_THAT(err, HasSubstr("ERROR AudioUtils: Device accepts no frames after 100 recoveries"));
     EXPECT_THAT(err, HasSubstr("WARN  kelda-play: The device is gone; "));
     EXPECT_THAT(err, ContainsRegex("WARN  kelda-play: The device is back after [0-9]+ ms\n"));
     EXPECT_LE(numOccurrences(err, "underrun occurred"), 100U * (card->opens - 2))
         << "tried again without a rest";
-    const auto at = out.find(" while the device was gone\n");
-    ASSERT_NE(at, std::string::npos) << out;
-    expectAllCounted(std::stoul(out.substr(out.rfind(' ', at - 1))));
-    EXPECT_NEAR(stepsBetweenRuns(), 0, 20) << "ms";
-    EXPECT_GT(heard().back(), numFrames - 10);
+    EXPECT_NEAR(static_cast<double>(unheardFrames()),
+                static_cast<double>(numFrames - heard().size()), 96);
+    EXPECT_EQ(heard().back(), numFrames);
 }
 
 TEST_F(DeviceTest, TriesADeviceThatTakesNothingLessAndLessOftenAndEndsOnCtrlC)
@@ -356,7 +420,7 @@ TEST_F(DeviceTest, TriesADeviceThatTakesNothingLessAndLessOftenAndEndsOnCtrlC)
 
 TEST_F(DeviceTest, EndsWhenTheDeviceNeverComesBack)
 {
-    EXPECT_EQ(playWhile("",
+    EXPECT_EQ(playWhile("--wait 0.5",
                         [this] {
                             waitUntilTaken(48'000);
                             card->isGone = true;
@@ -364,6 +428,15 @@ TEST_F(DeviceTest, EndsWhenTheDeviceNeverComesBack)
               3);
     EXPECT_THAT(err, EndsWith("kelda-play: device faulty has not come back\n"));
     EXPECT_LE(numLines(err), 6U) << err;
+}
+
+TEST_F(DeviceTest, SaysWhatTheDeviceDidNotPlayToItsEnd)
+{
+    card.setResult(Call::snd_pcm_drain, -EIO);
+    EXPECT_EQ(playOn(patient, card.preload()), 4) << err;
+    const std::size_t lost = numFrames - heard().size();
+    EXPECT_GT(lost, 20'000U);
+    EXPECT_NEAR(static_cast<double>(unheardFrames()), static_cast<double>(lost), 960);
 }
 
 TEST_F(DeviceTest, TellsInOneLineThatThereIsNoSuchDevice)

@@ -241,10 +241,9 @@ TEST_F(DsdPlayTest, MarkersAlternateOverSkipsAndIdleFramesBetween)
 {
     write("b.dff", dffFile(numberedDsd(12 * numFrames)));
     for (const std::string ppm : {"10000", "-10000"}) {
-        ASSERT_EQ(play("--period 1765 --buffer 88250 --jump-threshold 5 --source-ppm " + ppm +
-                       outputs() + path("b.dff")),
-                  0)
-            << err;
+        const int status = play("--period 1765 --buffer 88250 --jump-threshold 5 --source-ppm " +
+                                ppm + outputs() + path("b.dff"));
+        EXPECT_EQ(status, skipped() > 0 ? 4 : 0) << err;
         const DopStream stream = recordedDop();
         EXPECT_TRUE(stream.alternates()) << ppm;
         const std::vector<std::uint32_t> numbers = stream.numbers();

@@ -130,7 +130,7 @@ TEST_F(JsonTest, TellsUnderrunsAndADeviceThatIsAway)
         std::this_thread::sleep_for(std::chrono::milliseconds(500));
         card->isGone = false;
     });
-    EXPECT_EQ(play("--json --device faulty --duration 3 --loop " + recording), 0) << err;
+    EXPECT_EQ(play("--json --device faulty --duration 3 --loop " + recording), 4) << err;
     away.join();
     EXPECT_GE(events("underrun").size(), 1U);
     EXPECT_GT(events("underrun").front().at("position"), 0.1);
@@ -138,7 +138,12 @@ TEST_F(JsonTest, TellsUnderrunsAndADeviceThatIsAway)
     EXPECT_GT(onlyEvent("deviceBack").at("away"), 0.3);
     const Json end = onlyEvent("end");
     EXPECT_EQ(end.at("underruns"), events("underrun").size());
-    EXPECT_GT(end.at("unheardFrames"), 10'000);
+    EXPECT_EQ(end.at("status"), 4);
+    EXPECT_GT(end.at("unheardFrames"), 0);
+    EXPECT_LE(end.at("unheardFrames"), 3840 + 480) << "what it held, and was given";
+    EXPECT_GT(end.at("moved"), 0.3);
+    EXPECT_THAT(onlyEvent("error").at("message").get<std::string>(),
+                HasSubstr(" frames were not heard: "));
 }
 
 TEST_F(JsonTest, TellsADeviceThatNeverComesBack)

@@ -74,6 +74,7 @@ struct Control
     std::atomic<bool> isGone;               // -ENODEV for whatever is asked
     std::atomic<std::uint32_t> shortWrites; // frames taken at a time; 0: all
     std::atomic<std::uint32_t> slowWrites;  // us that taking them lasts
+    std::atomic<std::uint32_t> slowStarts;  // ms that starting the stream lasts
     std::atomic<bool> hangsOnOpen;          // as long as it is set
     std::atomic<bool> spinsOnWrite;         // the same; and uses up a processor
     std::atomic<std::uint32_t> numStuck;    // callers that this holds up now

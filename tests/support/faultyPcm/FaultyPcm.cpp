@@ -219,6 +219,7 @@ private:
 
     int start()
     {
+        std::this_thread::sleep_for(std::chrono::milliseconds(m_control->slowStarts));
         m_startTime = now();
         m_playedAtStart = static_cast<double>(m_played);
         setRate();
