@@ -139,6 +139,21 @@ TEST_F(EndWithDeviceTest, NeedsTwoSignalsWhileItSpins)
     }
 }
 
+TEST_F(EndWithDeviceTest, LeavesFilesAsTheyWereWhenItEndsAtOnce)
+{
+    std::ofstream(path("old.wav")) << "old";
+    start("--record " + path("old.wav") + " --trace " + path("new.csv") + " " + arguments);
+    ASSERT_TRUE(becomes([this] { return card->framesTaken > 24'000; }));
+    card->spinsOnWrite = true;
+    ASSERT_TRUE(becomes([this] { return card->numStuck > 0; }));
+    send(SIGINT);
+    expectEnd(SIGTERM, atOnce);
+    EXPECT_EQ(read("old.wav"), "old");
+    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+        EXPECT_THAT(entry.path().filename(), testing::AnyOf("old.wav", "out", "err"));
+    }
+}
+
 TEST_F(EndTest, NeedsTwoSignalsWhileNobodyReadsWhatItPrints)
 {
     std::array<int, 2> pipe{-1, -1};
