@@ -293,7 +293,7 @@ void removeUnfinishedOnSignals()
                 removeUnfinished();
                 raise(number); // by default: once only
             };
-            action.sa_flags = SA_RESETHAND | SA_RESTART;
+            action.sa_flags = static_cast<int>(SA_RESETHAND | SA_RESTART);
             sigaction(signal, &action, nullptr);
         }
     }
