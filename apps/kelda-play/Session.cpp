@@ -118,6 +118,19 @@ void Session::openDevice()
     if (const std::string obstacle = open(*m_device, m_request); !obstacle.empty()) {
         throw DeviceError(obstacle);
     }
+    refuseShortQueue();
+}
+
+// A block that never fits into the queue is never whole.
+void Session::refuseShortQueue() const
+{
+    const auto periodMs =
+        static_cast<double>(m_device->periodSize()) * 1000 / m_device->sampleRate();
+    if (m_options.queueMs < periodMs) {
+        throw UsageError("--queue-ms " + std::to_string(m_options.queueMs) +
+                         " is less than a period of the device, " +
+                         std::to_string(static_cast<unsigned int>(std::ceil(periodMs))) + " ms");
+    }
 }
 
 void Session::limitTo(double seconds)

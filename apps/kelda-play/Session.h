@@ -60,6 +60,7 @@ public:
 
 private:
     void openDevice();
+    void refuseShortQueue() const;
     void limitTo(double seconds);
     [[nodiscard]] bool converts() const;
     [[nodiscard]] bool canWait() const;

@@ -239,6 +239,15 @@ TEST_F(PlayTest, SaysWhenWhatItWritesIsNotWhole)
     EXPECT_EQ(err, "kelda-play: /dev/full: No space left on device\n");
 }
 
+TEST_F(PlayTest, RefusesAQueueThatCantHoldABlock)
+{
+    for (const char* options : {"--period 100000 ", "--queue-ms 1 "}) {
+        EXPECT_EQ(play(options + recording), 2) << options;
+        EXPECT_THAT(err, HasSubstr(" is less than a period of the device, "));
+        EXPECT_THAT(out, IsEmpty());
+    }
+}
+
 TEST_F(PlayTest, TellsItsVersionAndHelp)
 {
     EXPECT_EQ(play("--version"), 0);
