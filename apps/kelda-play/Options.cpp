@@ -108,7 +108,7 @@ void addDeviceOptions(CLI::App& app, Options& options)
     app.add_option("--wait", options.waitSeconds,
                    "Wait so many seconds for a device that is gone\n"
                    "[60; with standard input as long as it goes on]")
-        ->check(CLI::Range(0.0, 86'400.0))
+        ->transform(number(0.0, 86'400.0))
         ->option_text("SECONDS");
 }
 

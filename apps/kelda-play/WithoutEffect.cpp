@@ -123,7 +123,7 @@ void refuseWithoutEffect(const Options& options)
              "without --correct device");
     refuseIf(!options.clicks.enabled, options, fades, "with --no-click-removal");
     refuseIf(options.jitterMs == 0, options, {"--seed"}, "without --jitter");
-    refuseIf(options.device == "fake", options, {"--channel-map", "--no-rate-resample"},
+    refuseIf(options.device == "fake", options, {"--channel-map", "--no-rate-resample", "--wait"},
              "on the simulated device");
 }
 

@@ -152,6 +152,7 @@ std::vector<std::string> companionsOf(const std::string& option)
         {"--filter-alpha", {"--correct", "resample"}},
         {"--sample-time", {"--correct", "resample"}},
         {"--seed", {"--jitter", "1"}},
+        {"--wait", {"--device", "null"}},
     };
     const auto entry = companions.find(option);
     return entry != companions.end() ? entry->second : std::vector<std::string>();
@@ -235,7 +236,7 @@ TEST(Options, TakesEveryNumberOfItsRange)
             }
         }
     }
-    EXPECT_EQ(numRanges, 2U * 20);
+    EXPECT_EQ(numRanges, 2U * 21);
     EXPECT_EQ(parse({"--queue-ms", "0100", "a.wav"}).options.queueMs, 100U) << "no octal";
     EXPECT_EQ(parse({"--source-ppm", "+1.25e1", "a.wav"}).options.sourcePpm, 12.5);
     EXPECT_EQ(parse({"--kp", "0.1", "--correct", "resample", "a.wav"}).options.drift.Kp, 0.1);
@@ -277,7 +278,7 @@ TEST(Options, RefusesNonsenseWithAReason)
         EXPECT_EQ(parsed.status, 2);
         EXPECT_EQ(parsed.err, "kelda-play: " + argument.name + ": " + reason + "\n");
     }
-    EXPECT_EQ(argumentsIn(parse({"--help"}).out).size(), 20 + nonsense.size());
+    EXPECT_EQ(argumentsIn(parse({"--help"}).out).size(), 21 + nonsense.size());
 }
 
 TEST(Options, RefusesGapsAndRawFormatsThatAreNone)
@@ -320,6 +321,7 @@ TEST(Options, RefusesWhatWouldHaveNoEffect)
         {{"--seed", "1"}, "--seed has no effect without --jitter"},
         {{"--seed", "1", "--jitter", "0"}, "--seed has no effect without --jitter"},
         {{"--channel-map", "FL FR"}, "--channel-map" + fake},
+        {{"--wait", "5"}, "--wait" + fake},
         {{"--no-rate-resample"}, "--no-rate-resample" + fake},
         {{"--describe", "b.wav"}, "FILE" + description},
         {{"--describe-device", "null"}, "FILE" + description},
