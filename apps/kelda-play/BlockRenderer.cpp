@@ -9,6 +9,7 @@ namespace keldaPlay {
 
 using audioUtils::OutputDevice;
 using miscUtils::TimeValue;
+using miscUtils::TimeValueDelta;
 
 namespace {
 
@@ -277,6 +278,11 @@ bool BlockRenderer::isLost(TimeValue now)
     return true;
 }
 
+TimeValueDelta BlockRenderer::wait() const
+{
+    return m_delay.wait(m_clock());
+}
+
 BlockRecord BlockRenderer::passUnheard()
 {
     BlockRecord record;
@@ -364,7 +370,7 @@ OutputDevice::WriteReturnValue BlockRenderer::write(std::span<unsigned char> fra
 {
     const std::size_t numFrames = frames.size() / m_deviceBytesPerFrame;
     const OutputDevice::WriteReturnValue result = m_device.write(frames.data(), numFrames);
-    m_delay.written(result, numFrames);
+    m_delay.written(result, numFrames, m_clock());
     if (isHeard(result) && m_path.recorder != nullptr) {
         m_path.recorder->write(frames);
     }

@@ -47,6 +47,9 @@ public:
     /// Reads what is due, corrects the drift, and writes a period to the device.
     [[nodiscard]] BlockRecord render();
 
+    /// How long the next block waits, lest a device that keeps no time take them all at once; ns.
+    [[nodiscard]] miscUtils::TimeValueDelta wait() const;
+
     /// While the device is gone: a stream that can wait stands still; of any other a block is read
     /// in time, and dropped.
     [[nodiscard]] BlockRecord passUnheard();

@@ -41,12 +41,17 @@ constexpr double doubtfulTime = 5e9;
 } // namespace
 
 DeviceDelay::DeviceDelay(const OutputDevice& device)
-    : m_device(&device), m_timestamp(device.lastRenderingDelay().timestamp)
+    : m_device(&device),
+      m_timestamp(device.lastRenderingDelay().timestamp),
+      m_pace(device.sampleRate(), device.bufferSize())
 {
 }
 
 TimeValueDelta DeviceDelay::next(TimeValue now)
 {
+    if (m_pace.isKept()) {
+        return m_pace.delay(now);
+    }
     const TimeValueDelta told =
         m_refilling ? durationOf(m_framesRefilled) : m_device->getCompensatedRenderingDelay();
     const TimeValueDelta expected =
@@ -125,7 +130,8 @@ bool DeviceDelay::isBelievable(TimeValueDelta delay, TimeValueDelta expected)
 
 // A device that was repaired holds nothing and stands still until it has been filled again. Until
 // then its last measurement is the one from before, and says nothing any more.
-void DeviceDelay::written(OutputDevice::WriteReturnValue result, std::uint64_t numFrames)
+void DeviceDelay::written(OutputDevice::WriteReturnValue result, std::uint64_t numFrames,
+                          TimeValue now)
 {
     const long before = m_timestamp;
     m_timestamp = m_device->lastRenderingDelay().timestamp;
@@ -143,6 +149,22 @@ void DeviceDelay::written(OutputDevice::WriteReturnValue result, std::uint64_t n
         m_timestamp != before && m_timestamp != audioUtils::RenderingDelay::noTimestamp;
     m_filling = m_filling && !started && m_framesRefilled <= m_device->bufferSize();
     m_framesSince += numFrames;
+    keepPace(result, numFrames, now);
+}
+
+// What was told of a device that is kept from now on means nothing: it starts once more, empty.
+void DeviceDelay::keepPace(OutputDevice::WriteReturnValue result, std::uint64_t numFrames,
+                           TimeValue now)
+{
+    if (result == OutputDevice::Underrun) {
+        m_pace.repaired(now);
+    }
+    const bool measured = m_timestamp != audioUtils::RenderingDelay::noTimestamp;
+    if (m_pace.written(now, numFrames, m_last, measured)) {
+        m_ppm = 0;
+        m_framesRefilled = 0;
+        m_filling = true;
+    }
 }
 
 TimeValueDelta DeviceDelay::durationOf(std::uint64_t numFrames) const

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 
+#include "DevicePace.h"
 #include "audioUtils/device/OutputDevice.h"
 #include "miscUtils/TimeValue.h"
 
@@ -15,6 +16,7 @@ public:
 
     /// ns. Replaced by what the frames written and the time since make of an earlier one: a value
     /// that no device can mean, and one that stands alone among its neighbours by more than 1 ms.
+    /// Of a device that takes faster than it plays it is what a clock makes of it.
     /// @param now ns
     [[nodiscard]] miscUtils::TimeValueDelta next(miscUtils::TimeValue now);
 
@@ -29,8 +31,17 @@ public:
     /// to it, and the time of the start is anybody's guess.
     [[nodiscard]] bool isFilling() const { return m_filling; }
 
+    /// How long the next block waits, lest the device take it faster than it plays; ns. 0 of a
+    /// device that sees to that by itself.
+    [[nodiscard]] miscUtils::TimeValueDelta wait(miscUtils::TimeValue now) const
+    {
+        return m_pace.wait(now);
+    }
+
     /// What came of a block.
-    void written(audioUtils::OutputDevice::WriteReturnValue result, std::uint64_t numFrames);
+    /// @param now ns, after the write
+    void written(audioUtils::OutputDevice::WriteReturnValue result, std::uint64_t numFrames,
+                 miscUtils::TimeValue now);
 
 private:
     [[nodiscard]] miscUtils::TimeValueDelta durationOf(std::uint64_t numFrames) const;
@@ -38,6 +49,8 @@ private:
     [[nodiscard]] bool isSettled(miscUtils::TimeValue now, miscUtils::TimeValueDelta step);
     [[nodiscard]] bool isBelievable(miscUtils::TimeValueDelta delay,
                                     miscUtils::TimeValueDelta expected);
+    void keepPace(audioUtils::OutputDevice::WriteReturnValue result, std::uint64_t numFrames,
+                  miscUtils::TimeValue now);
 
     const audioUtils::OutputDevice* m_device;
     miscUtils::TimeValueDelta m_last = 0; // believed
@@ -68,6 +81,7 @@ private:
     bool m_wasFilling = true; // when it was asked last
     bool m_refilling = false; // after it has run
     std::uint64_t m_framesRefilled = 0;
+    DevicePace m_pace;
 };
 
 } // namespace keldaPlay

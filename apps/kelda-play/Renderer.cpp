@@ -51,12 +51,23 @@ void Renderer::run()
         } else if (m_lost) {
             noteReturn();
         }
+        waitForRoom();
     }
     const BlockRecord end = m_renderer.playEnd();
     if (!end.isHeard()) {
         m_journal.append(end);
     }
     m_ended = true;
+}
+
+// In a device that takes faster than it plays; not for so long that an end would be late.
+void Renderer::waitForRoom()
+{
+    constexpr std::chrono::nanoseconds longest = std::chrono::milliseconds(100);
+    for (std::chrono::nanoseconds wait(m_renderer.wait()); !m_stopped && wait.count() > 0;
+         wait = std::chrono::nanoseconds(m_renderer.wait())) {
+        std::this_thread::sleep_for(std::min(wait, longest));
+    }
 }
 
 bool Renderer::hasWaitedLong() const

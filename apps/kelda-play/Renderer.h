@@ -36,6 +36,7 @@ public:
 
 private:
     [[nodiscard]] bool renderBlock();
+    void waitForRoom();
     void waitForDevice();
     [[nodiscard]] bool hasWaitedLong() const;
     void noteReturn();

@@ -319,6 +319,25 @@ TEST_F(PlayTest, DescribesADevice)
     EXPECT_THAT(err, EndsWith("\nkelda-play: device nowhere can't be opened\n"));
 }
 
+// ALSA's null takes all at once and tells nothing; the plug in front of it looks like a device that
+// runs. A tenth of a second more than the buffer is what it takes to find out.
+TEST_F(PlayTest, PlaysInTimeToADeviceThatKeepsNone)
+{
+    createSound(path("a.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48'000);
+    for (const std::string device : {"null", "plug:null"}) {
+        ASSERT_EQ(play("--period 480 --buffer 24000 --json --device " + device + outputs() +
+                       path("a.wav")),
+                  0)
+            << err << out;
+        EXPECT_THAT(out, HasSubstr("\"played\":1.0,")) << device;
+        EXPECT_TRUE(recorded(48'000).samples == load(path("a.wav")).samples) << device;
+        const std::vector<TraceRow> rows = trace();
+        const auto isAudio = [](const TraceRow& row) { return row.data() > 0; };
+        EXPECT_NEAR(static_cast<double>(std::ranges::count_if(rows, isAudio)), 100, 2) << device;
+        EXPECT_LT(rows.size(), 400U) << device << " was filled with silence without a rest";
+    }
+}
+
 TEST_F(PlayTest, OpensTheDeviceForTheMostDemandingFile)
 {
     createSound(path("a.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 480);
