@@ -21,7 +21,6 @@
 #include "Presenter.h"
 #include "ReportFolder.h"
 #include "Session.h"
-#include "StandardStreams.h"
 #include "Statistics.h"
 #include "Track.h"
 #include "WithoutEffect.h"
@@ -104,8 +103,7 @@ void playAll(const Playing& playing, std::span<const Track> tracks)
             rest = rest.subspan(run.size());
             Session session(playing, run, options.loop && isOneStream, secondsLeft);
             session.run();
-            if (playing.signals.haveCome() || keldaFiles::hasReaderGone() ||
-                session.playlist().hasReachedLimit()) {
+            if (playing.isToEnd() || session.playlist().hasReachedLimit()) {
                 return;
             }
             secondsOfRound += session.playlist().secondsRead();

@@ -13,7 +13,6 @@
 #include "Opening.h"
 #include "Report.h"
 #include "ReportFolder.h"
-#include "StandardStreams.h"
 #include "Timeline.h"
 
 namespace keldaPlay {
@@ -205,7 +204,7 @@ void Session::run()
     };
     attempt([this] { play(); });
     attempt([this] { closeDevice(); });
-    m_observer->finish(m_playing.signals.haveCome());
+    m_observer->finish(m_playing.isToEnd());
     m_playing.statistics.endStream(m_notPlayed, m_discarded);
     // However playing has ended, these tell what was heard until then.
     attempt([this] { m_observer->commitTrace(); });
@@ -273,14 +272,14 @@ void Session::play()
     }
 }
 
-// What went into the queue, and neither came out nor was skipped. What it held when a signal came
-// is what nobody wanted to hear any more.
+// What went into the queue, and neither came out nor was skipped. What it held when playing
+// was ended is what nobody wanted to hear any more.
 void Session::countDiscarded(const Producer& producer, const BlockRenderer& rendered)
 {
     const audioUtils::PcmQueueCounters& counters = rendered.counters();
     const std::uint64_t in = producer.framesQueued() + counters.insertedFrames;
     const std::uint64_t out = rendered.framesRead() + counters.skippedFrames;
-    if (in >= out && !m_playing.signals.haveCome() && m_device->isOpened()) {
+    if (in >= out && !m_playing.isToEnd() && m_device->isOpened()) {
         m_discarded = in - out;
     }
 }
@@ -288,8 +287,7 @@ void Session::countDiscarded(const Producer& producer, const BlockRenderer& rend
 void Session::watch(const Renderer& renderer, Producer& producer)
 {
     while (!renderer.hasEnded()) {
-        if (m_playing.signals.waitFor(50 * nanosecondsPerMillisecond) ||
-            keldaFiles::hasReaderGone()) {
+        if (m_playing.signals.waitFor(50 * nanosecondsPerMillisecond) || m_playing.isToEnd()) {
             producer.stop();
         }
         m_observer->update();

@@ -19,6 +19,7 @@
 #include "RateConverter.h"
 #include "Recorder.h"
 #include "Renderer.h"
+#include "StandardStreams.h"
 #include "Statistics.h"
 #include "StreamObserver.h"
 #include "Track.h"
@@ -33,6 +34,10 @@ struct Playing
     EndSignals& signals;
     Presenter& presenter;
     Statistics& statistics;
+
+    /// Whether nobody wants to hear more: a signal has come, or the program that reads standard
+    /// output has gone.
+    [[nodiscard]] bool isToEnd() const { return signals.haveCome() || keldaFiles::hasReaderGone(); }
 };
 
 /// One stream on its way from the files to the device: the two threads between them, and what the

@@ -33,13 +33,13 @@ protected:
     /// Plays to a device, watched.
     void playWatched(const std::string& arguments)
     {
-        // A machine that stalls for half a second makes the player tell of an underrun, which is
-        // not what this is about.
+        // A machine that stalls for half a second makes the player tell of an underrun, and that
+        // not all was heard (4), which is not what this is about.
         for (int attempt = 0; attempt < 3; ++attempt) {
-            ASSERT_EQ(play("--device faulty " + arguments,
-                           "LD_PRELOAD=" KELDA_WATCH " KELDA_WATCH=" + path("watch") + " "),
-                      0)
-                << err;
+            const int status =
+                play("--device faulty " + arguments,
+                     "LD_PRELOAD=" KELDA_WATCH " KELDA_WATCH=" + path("watch") + " ");
+            ASSERT_THAT(status, testing::AnyOf(0, 4)) << err;
             if (err.find("WARN  PcmQueue") == std::string::npos &&
                 err.find("WARN  AudioUtils") == std::string::npos) {
                 break;

@@ -33,6 +33,11 @@ struct CardSoak
     Accounts accounts;             ///< of Mode::Exact
     Recovery recovery;             ///< of Mode::InSync
     std::vector<long> residentKib; ///< from a tenth of the time on, by the tenth
+
+    /// To the end, whether or not it tells that something was lost on the way.
+    [[nodiscard]] bool hasPlayed() const { return status == 0 || status == notAllHeard; }
+
+    static constexpr int notAllHeard = 4; ///< the player's exit status for that
 };
 
 /// Lets kelda-play play on a card that fails at random; prints each fault as it happens.

@@ -68,7 +68,8 @@ TEST(SoakTest, NoFrameIsLostOrRepeatedUncounted)
     options.leastPause = 0.5;
     options.mostPause = 1.5;
     const CardSoak soak = playOnFailingCard(Mode::Exact, options);
-    EXPECT_EQ(soak.status, 0) << soak.messages;
+    const bool isWhole = soak.accounts.skipped + soak.accounts.unheard == 0;
+    EXPECT_EQ(soak.status, isWhole ? 0 : CardSoak::notAllHeard) << soak.messages;
     EXPECT_GT(soak.faults.size(), 5U);
     EXPECT_EQ(soak.accounts.lostUncounted, 0U);
     EXPECT_EQ(soak.accounts.repeated, 0U);

@@ -98,7 +98,7 @@ bool soakWithCard(Mode mode, const CardSoakOptions& options)
     const std::size_t end = soak.summary.find("played  "); // after the status lines
     std::printf("the player ended with %d%s\n", soak.status,
                 end == std::string::npos ? "" : (":\n" + soak.summary.substr(end)).c_str());
-    const bool passed = isRight && isFlat && soak.status == 0;
+    const bool passed = isRight && isFlat && soak.hasPlayed();
     std::printf("%s\n", passed ? "PASSED" : "FAILED");
     return passed;
 }
