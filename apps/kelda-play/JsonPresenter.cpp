@@ -44,6 +44,7 @@ Json countsOf(const Statistics& statistics)
             {"discardedFrames", counts.discardedFrames()},
             {"unheardFrames", counts.unheardFrames()},
             {"mutedFrames", counts.mutedFrames()},
+            {"unrecordedBlocks", counts.unrecordedBlocks()},
             {"moved", rounded(counts.movedSeconds())}};
 }
 

@@ -12,6 +12,8 @@ namespace keldaPlay {
 
 namespace {
 
+constexpr const char* unrecorded = " blocks unrecorded";
+
 using Loss = std::pair<std::uint64_t, const char*>;
 
 std::array<Loss, 3> seldomLost(const keldaSync::FrameCounts& counts)
@@ -32,6 +34,9 @@ std::string lossesOf(const keldaSync::FrameCounts& counts, bool isColored)
                        lost(counts.underruns(), " underruns");
     for (const auto& [count, what] : seldomLost(counts)) {
         text += count > 0 ? ", " + lost(count, what) : "";
+    }
+    if (counts.unrecordedBlocks() > 0) {
+        text += ", " + lost(counts.unrecordedBlocks(), unrecorded);
     }
     return text;
 }
@@ -84,8 +89,13 @@ std::string summaryOf(const Statistics& statistics, bool isColored)
 std::string lossOf(const Statistics& statistics)
 {
     const keldaSync::FrameCounts& counts = statistics.counts();
+    const std::string unknown =
+        counts.unrecordedBlocks() == 0
+            ? ""
+            : std::to_string(counts.unrecordedBlocks()) + unrecorded +
+                  ": whether they were heard is not known, for nobody took what the player prints";
     if (counts.notHeardFrames() == 0) {
-        return "";
+        return unknown;
     }
     std::string text;
     const auto tell = [&text](const Loss& loss) {
@@ -97,7 +107,8 @@ std::string lossOf(const Statistics& statistics)
     for (const Loss& loss : seldomLost(counts)) {
         tell(loss);
     }
-    return std::to_string(counts.notHeardFrames()) + " frames were not heard: " + text;
+    return std::to_string(counts.notHeardFrames()) + " frames were not heard: " + text +
+           (unknown.empty() ? "" : "; " + unknown);
 }
 
 } // namespace keldaPlay

@@ -55,6 +55,7 @@ void StreamObserver::takeRecords()
         m_last = record;
         m_hasPlayed = m_hasPlayed || record.isHeard();
     }
+    m_statistics.addUnrecorded(m_journal.takeDropped());
 }
 
 void StreamObserver::tellTracks(TimeValue streamTime)

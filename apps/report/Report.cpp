@@ -264,10 +264,10 @@ std::vector<Line> linesOf(const SyncStatistics& sync)
     const auto errorInLock = [&](double us) {
         return inLock.count() > 0 ? std::optional(us) : std::nullopt;
     };
-    // Of what nobody heard nothing can be said to have gone well.
+    // Of what nobody heard, or took down, nothing can be said to have gone well.
     const auto count = [&](std::uint64_t number) {
-        return counts.dataFrames() > 0 || number > 0 ? std::optional(static_cast<double>(number))
-                                                     : std::nullopt;
+        const bool isKnown = counts.dataFrames() > 0 && counts.unrecordedBlocks() == 0;
+        return isKnown || number > 0 ? std::optional(static_cast<double>(number)) : std::nullopt;
     };
     const auto relock =
         sync.events().empty() ? std::nullopt : time(sync.isLocked(), sync.worstRelockTime());

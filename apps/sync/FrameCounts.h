@@ -16,6 +16,9 @@ public:
 
     void add(const BlockRecord& record);
 
+    /// Of so many blocks nothing is known: nobody had the time to take their records.
+    void addUnrecorded(std::uint64_t blocks) { m_unrecordedBlocks += blocks; }
+
     /// The stream is over.
     /// @param held      by the device, and never played
     /// @param discarded by the queue on jumps, if that is known
@@ -55,6 +58,9 @@ public:
 
     [[nodiscard]] std::uint64_t lostFrames() const { return notHeardFrames() + m_missingFrames; }
 
+    /// Blocks that none of the other numbers knows of. Then what they tell is the least that was.
+    [[nodiscard]] std::uint64_t unrecordedBlocks() const { return m_unrecordedBlocks; }
+
     /// By how much the streams were heard later than stamped, having waited for the device; s.
     [[nodiscard]] double movedSeconds() const
     {
@@ -81,6 +87,7 @@ private:
     double m_movedSeconds = 0;             // the streams before
     miscUtils::TimeValueDelta m_moved = 0; // this one, ns
     std::uint64_t m_underruns = 0;
+    std::uint64_t m_unrecordedBlocks = 0;
     bool m_hasBegun = false;               // the stream
     miscUtils::TimeValue m_queuedTime = 0; // what the queue held after the last block, ns
 };

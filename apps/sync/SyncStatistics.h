@@ -63,6 +63,9 @@ public:
     /// @param adjustmentError of the rate, against what it should be; ppm
     void add(const BlockRecord& record, std::optional<double> errorUs, double adjustmentError);
 
+    /// FrameCounts::addUnrecorded()
+    void addUnrecorded(std::uint64_t blocks) { m_counts.addUnrecorded(blocks); }
+
     /// FrameCounts::endStream()
     void endStream(std::uint64_t held, std::optional<std::uint64_t> discarded)
     {

@@ -60,8 +60,10 @@ std::string timing(const SyncStatistics& sync)
 std::string losses(const SyncStatistics& sync)
 {
     const FrameCounts& counts = sync.counts();
+    const std::string unrecorded =
+        counted(counts.unrecordedBlocks(), "block") + " went by unrecorded";
     if (isWhole(sync)) {
-        return "nothing was lost";
+        return counts.unrecordedBlocks() > 0 ? unrecorded : "nothing was lost";
     }
     std::string text = counted(sync.events().size(), "event") + ", " +
                        counted(counts.lostFrames(), "frame") + " lost";
@@ -71,6 +73,9 @@ std::string losses(const SyncStatistics& sync)
     if (counts.underruns() > 0) {
         text += ", " + counted(counts.underruns(), "underrun");
     }
+    if (counts.unrecordedBlocks() > 0) {
+        text += ", " + unrecorded;
+    }
     return text;
 }
 
@@ -78,7 +83,8 @@ std::string losses(const SyncStatistics& sync)
 
 Verdict verdictOf(const SyncStatistics& sync)
 {
-    if (sync.counts().dataFrames() == 0) {
+    const bool isRecorded = sync.counts().unrecordedBlocks() == 0;
+    if (sync.counts().dataFrames() == 0 && isRecorded) {
         return Verdict::NothingHeard;
     }
     if (isMeasured(sync) && !isWithinLimit(sync.errors())) {
@@ -87,7 +93,7 @@ Verdict verdictOf(const SyncStatistics& sync)
     if (!isWhole(sync)) {
         return Verdict::Interrupted;
     }
-    return isMeasured(sync) ? Verdict::InSync : Verdict::NotMeasured;
+    return isMeasured(sync) && isRecorded ? Verdict::InSync : Verdict::NotMeasured;
 }
 
 const char* toString(Verdict verdict)

@@ -56,6 +56,13 @@ public:
         return *this;
     }
 
+    /// Blocks of which nothing is known.
+    Stream& missRecords(std::uint64_t blocks)
+    {
+        m_sync.addUnrecorded(blocks);
+        return *this;
+    }
+
     Stream& loseDevice(double seconds)
     {
         BlockRecord record;

@@ -2,14 +2,17 @@
 
 #include <gmock/gmock.h>
 
-#include "Journal.h"
+#include "JsonPresenter.h"
 #include "StatusLine.h"
+#include "StreamObserver.h"
 
 using keldaPlay::BlockRecord;
 using keldaPlay::Statistics;
 using keldaPlay::StatusLine;
 using keldaPlay::summaryOf;
+using testing::AllOf;
 using testing::HasSubstr;
+using testing::StartsWith;
 
 namespace {
 
@@ -100,6 +103,30 @@ TEST(Statistics, CountsWhatAJumpHasDiscarded)
     statistics.add(after);
     EXPECT_EQ(statistics.counts().discardedFrames(), 4800U);
     EXPECT_THAT(summaryOf(statistics), HasSubstr("0 underruns, 4800 dropped on jumps\n"));
+}
+
+// As when nobody reads what the player prints for half a minute.
+TEST(Journal, CountsWhatNobodyHasTaken)
+{
+    Statistics statistics;
+    statistics.beginStream(48000);
+    keldaPlay::JsonPresenter presenter(keldaPlay::ColorChoice::Never);
+    testing::internal::CaptureStdout();
+    keldaPlay::StreamObserver observer({}, presenter, statistics);
+    for (std::size_t i = 0; i < keldaPlay::Journal::capacity + 7; ++i) {
+        observer.journal().append(block());
+    }
+    observer.update();
+    EXPECT_EQ(statistics.counts().blocks(), keldaPlay::Journal::capacity);
+    EXPECT_EQ(statistics.counts().unrecordedBlocks(), 7U);
+    observer.journal().append(block());
+    observer.finish(false);
+    testing::internal::GetCapturedStdout();
+    EXPECT_EQ(statistics.counts().blocks(), keldaPlay::Journal::capacity + 1) << "goes on";
+    EXPECT_EQ(statistics.counts().unrecordedBlocks(), 7U) << "once";
+    EXPECT_THAT(keldaPlay::lossOf(statistics), StartsWith("7 blocks unrecorded: "));
+    EXPECT_THAT(summaryOf(statistics), AllOf(HasSubstr("0 underruns, 7 blocks unrecorded\n"),
+                                             HasSubstr("verdict       Not measured: ")));
 }
 
 TEST(Statistics, OfNothingAreNotMeasured)
