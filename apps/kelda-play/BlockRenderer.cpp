@@ -337,12 +337,20 @@ OutputDevice::WriteReturnValue BlockRenderer::playIdle()
     const std::uint64_t wanted = std::min(m_device.bufferSize(), longest);
     for (std::uint64_t written = 0; written < wanted && keldaPlay::isHeard(result);
          written += m_numFrames) {
-        m_read = nextBlock();
-        std::ranges::fill(m_read, 0);
-        m_path.dop->process(m_read);
-        result = write(m_read);
+        result = writeSilence();
     }
     return result;
+}
+
+// As it is, without a converter, which holds some of the stream.
+OutputDevice::WriteReturnValue BlockRenderer::writeSilence()
+{
+    m_read = std::span(m_block).first(m_numFrames * m_deviceBytesPerFrame);
+    std::ranges::fill(m_read, 0);
+    if (m_path.dop != nullptr) {
+        m_path.dop->process(m_read);
+    }
+    return write(m_read);
 }
 
 void BlockRenderer::restart()
@@ -357,6 +365,19 @@ void BlockRenderer::restart()
     if (m_path.drift != nullptr) {
         m_path.drift->interrupt();
     }
+}
+
+BlockRecord BlockRenderer::tryDevice()
+{
+    BlockRecord record;
+    record.dueTime = m_clock();
+    record.moved = m_moved;
+    record.queueFill = m_queue.bufferedDuration(miscUtils::NoTimeValue);
+    record.numFrames =
+        framesIn(static_cast<std::int64_t>(m_numFrames * 1'000'000'000 / m_device.sampleRate()));
+    record.silenceFrames = record.numFrames;
+    record.result = writeSilence();
+    return record;
 }
 
 std::span<unsigned char> BlockRenderer::nextBlock()

@@ -61,6 +61,9 @@ public:
     /// The device was opened anew.
     void restart();
 
+    /// Writes a period of silence, to see whether a device that opens takes anything.
+    [[nodiscard]] BlockRecord tryDevice();
+
     /// The frames of the last block, as they left the click filter.
     [[nodiscard]] std::span<const unsigned char> lastBlock() const { return m_read; }
 
@@ -84,6 +87,7 @@ private:
     [[nodiscard]] double bias(const BlockRecord& record) const;
     [[nodiscard]] bool isLost(miscUtils::TimeValue now);
     [[nodiscard]] audioUtils::OutputDevice::WriteReturnValue playIdle();
+    [[nodiscard]] audioUtils::OutputDevice::WriteReturnValue writeSilence();
     void correctDrift(BlockRecord& record, miscUtils::TimeValue now);
     [[nodiscard]] audioUtils::OutputDevice::WriteReturnValue write(std::span<unsigned char> frames);
     void complete(BlockRecord& record, std::size_t numFrames, std::size_t framesRead);

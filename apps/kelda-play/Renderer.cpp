@@ -46,7 +46,7 @@ void Renderer::run()
 {
     wakeUpInTime();
     while (!m_stopped && !hasWaitedLong()) {
-        if (!renderBlock()) {
+        if (!isTaken(m_renderer.render())) {
             waitForDevice();
         } else if (m_lost) {
             noteReturn();
@@ -75,14 +75,14 @@ bool Renderer::hasWaitedLong() const
     return m_lost && m_waiting && std::chrono::steady_clock::now() - *m_lost > *m_waiting;
 }
 
-bool Renderer::renderBlock()
+bool Renderer::isTaken(const BlockRecord& record)
 {
-    const BlockRecord record = m_renderer.render();
     m_journal.append(record);
     return record.isHeard();
 }
 
-// A device that opens is not one that plays: a sound server may take calls, and no sound.
+// A device that opens is not one that plays: a sound server may take calls, and no sound. A stream
+// that can wait is not to lose a block each time that this is tried; of any other it is due anyway.
 void Renderer::waitForDevice()
 {
     using namespace std::chrono;
@@ -98,6 +98,9 @@ void Renderer::waitForDevice()
         passUnheard(std::exchange(m_wait, std::min(2 * m_wait, milliseconds(2000))));
         if (!m_stopped && m_reopen()) {
             m_renderer.restart();
+            if (m_canWait && !isTaken(m_renderer.tryDevice())) {
+                m_device.close();
+            }
         }
     }
 }

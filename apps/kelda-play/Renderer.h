@@ -35,7 +35,7 @@ public:
     [[nodiscard]] const BlockRenderer& rendered() const { return m_renderer; }
 
 private:
-    [[nodiscard]] bool renderBlock();
+    [[nodiscard]] bool isTaken(const BlockRecord& record);
     void waitForRoom();
     void waitForDevice();
     [[nodiscard]] bool hasWaitedLong() const;

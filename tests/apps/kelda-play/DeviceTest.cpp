@@ -401,6 +401,12 @@ TEST_F(DeviceTest, WaitsForADeviceThatTakesNothingMoreAndGoesOnWhereItWas)
     EXPECT_THAT(err, ContainsRegex("WARN  kelda-play: The device is back after [0-9]+ ms\n"));
     EXPECT_LE(numOccurrences(err, "underrun occurred"), 100U * (card->opens - 2))
         << "tried again without a rest";
+    EXPECT_GT(card->opens, 3U) << "opened, and took nothing";
+    const std::vector<TraceRow> rows = trace();
+    EXPECT_EQ(std::ranges::count_if(
+                  rows, [](const TraceRow& row) { return row.heard == 0 && row.data() > 0; }),
+              1)
+        << "an attempt has cost a block of the file";
     EXPECT_NEAR(static_cast<double>(unheardFrames()),
                 static_cast<double>(numFrames - heard().size()), 96);
     EXPECT_EQ(heard().back(), numFrames);
