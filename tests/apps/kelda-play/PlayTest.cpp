@@ -334,6 +334,9 @@ TEST_F(PlayTest, PlaysInTimeToADeviceThatKeepsNone)
         const std::vector<TraceRow> rows = trace();
         const auto isAudio = [](const TraceRow& row) { return row.data() > 0; };
         EXPECT_NEAR(static_cast<double>(std::ranges::count_if(rows, isAudio)), 100, 2) << device;
+        EXPECT_NEAR(static_cast<double>(std::ranges::max(rows, {}, &TraceRow::delay).delay) / 1e6,
+                    490, 30)
+            << "ms: " << device << " told a delay of 0, and has a buffer of 500";
         EXPECT_LT(rows.size(), 400U) << device << " was filled with silence without a rest";
     }
 }
