@@ -47,10 +47,9 @@ struct Options
     }
 
     unsigned int queueMs = 500;
-    std::optional<double> jumpThresholdMs;
     unsigned int packetMs = 10;
+    std::optional<double> jumpThresholdMs;
     std::optional<double> durationSeconds;
-    bool loop = false;
 
     double sourcePpm = 0;
     DriftOptions drift;
@@ -66,6 +65,8 @@ struct Options
     std::string logLevel = "warn";
     ColorChoice color = ColorChoice::Auto;
     bool json = false;
+
+    bool loop = false;
 
     std::vector<std::string> given; // the names of the options that were, and FILE
 };
