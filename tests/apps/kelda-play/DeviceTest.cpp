@@ -395,7 +395,7 @@ TEST_F(DeviceTest, WaitsForADeviceThatTakesNothingMoreAndGoesOnWhereItWas)
         std::this_thread::sleep_for(std::chrono::milliseconds(500));
         card->fault = 0;
     };
-    EXPECT_EQ(playWhile("--log-level info", takeNothing), 4) << err;
+    EXPECT_EQ(playWhile("--log-level info" + patient, takeNothing), 4) << err;
     EXPECT_THAT(err, HasSubstr("ERROR AudioUtils: Device accepts no frames after 100 recoveries"));
     EXPECT_THAT(err, HasSubstr("WARN  kelda-play: The device is gone; "));
     EXPECT_THAT(err, ContainsRegex("WARN  kelda-play: The device is back after [0-9]+ ms\n"));
