@@ -196,13 +196,15 @@ void SoundServer::stop()
     kill(m_server->id(), SIGSTOP);
 }
 
-std::unique_ptr<Process> SoundServer::record(const fs::path& file) const
+std::unique_ptr<Process> SoundServer::record(const fs::path& file,
+                                             std::chrono::milliseconds latency) const
 {
     const std::string redirected = " >" + file.string() + " 2>" + path("record.log");
     auto recorder = std::make_unique<Process>(
         (m_kind == Kind::PulseAudio
              ? "parec --raw --device=speaker.monitor --format=s16le --rate=48000 --channels=2"
-               " --latency-msec=50"
+               " --latency-msec=" +
+                   std::to_string(latency.count())
              : "pw-record --target speaker --properties '{ stream.capture.sink = true }'"
                " --format s16 --rate 48000 --channels 2 -") +
         redirected);

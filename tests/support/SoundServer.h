@@ -2,6 +2,7 @@
 
 // Real sound servers, PulseAudio and PipeWire, that belong to a test.
 
+#include <chrono>
 #include <filesystem>
 #include <map>
 #include <memory>
@@ -29,8 +30,7 @@ public:
 
     /// @param folder      for its files; made its user's alone
     /// @param sinkOptions more arguments of PulseAudio's module-null-sink. Without "norewinds=1"
-    /// the first
-    ///                    write takes 1.4 s.
+    ///                    it renders up to 2 s ahead
     SoundServer(Kind kind, std::filesystem::path folder, std::string sinkOptions = "norewinds=1");
     ~SoundServer();
     SoundServer(const SoundServer&) = delete;
@@ -47,7 +47,10 @@ public:
 
     /// Writes what the sink plays as raw S16LE stereo; waits until the first of it is there: null
     /// after 5 s. Ends with the object.
-    [[nodiscard]] std::unique_ptr<Process> record(const std::filesystem::path& file) const;
+    /// @param latency at which PulseAudio may tell; its sink renders no further ahead
+    [[nodiscard]] std::unique_ptr<Process>
+    record(const std::filesystem::path& file,
+           std::chrono::milliseconds latency = std::chrono::milliseconds(50)) const;
 
     /// What it has written to its log.
     [[nodiscard]] std::string log() const;

@@ -6,6 +6,7 @@
 #include "support/SoundServer.h"
 
 using namespace keldaPlayTest;
+using testing::ContainsRegex;
 using testing::HasSubstr;
 using testing::StartsWith;
 using testSupport::SoundServer;
@@ -23,19 +24,26 @@ protected:
     }
 
     /// Plays this file to the server; what its sink has played meanwhile.
-    std::vector<std::int16_t> heardOf(const std::string& file,
-                                      const std::string& sinkOptions = "norewinds=1")
+    std::vector<std::int16_t> heardOf(const std::string& file)
     {
-        SoundServer server(GetParam(), folder, sinkOptions);
+        SoundServer server(GetParam(), folder);
+        return heardFrom(server, "--period 480 --buffer 24000 " + file,
+                         std::chrono::milliseconds(50));
+    }
+
+    std::vector<std::int16_t> heardFrom(SoundServer& server, const std::string& arguments,
+                                        std::chrono::milliseconds monitorLatency)
+    {
         EXPECT_TRUE(server.start()) << server.log();
-        const auto monitor = server.record(path("heard.raw"));
+        const auto monitor = server.record(path("heard.raw"), monitorLatency);
         EXPECT_NE(monitor, nullptr) << read("record.log");
 
-        EXPECT_EQ(play("--device server --period 480 --buffer 24000 " + file), 0) << err;
+        EXPECT_EQ(play("--device server " + arguments), 0) << err;
         EXPECT_THAT(out, StartsWith("server: 48000 Hz, 2 channels, S16LE, "));
         EXPECT_THAT(out, HasSubstr("0 frames skipped, 0 missing, 0 underruns\n"));
 
-        std::this_thread::sleep_for(std::chrono::milliseconds(300)); // what the monitor still holds
+        const auto held = monitorLatency + std::chrono::milliseconds(250); // by the monitor
+        std::this_thread::sleep_for(held);
         const std::string bytes = read("heard.raw");
         std::vector<std::int16_t> heard(bytes.size() / 2);
         bytes.copy(reinterpret_cast<char*>(heard.data()), heard.size() * 2);
@@ -85,9 +93,12 @@ TEST_P(PulseAudioTest, HearsTheFileFrameByFrame) // PipeWire's recorder is not t
     expectAllHeard(heardOf(path("a.wav")));
 }
 
-// This sink renders up to two seconds ahead, and may take nothing for as long when it wakes up.
+// This sink renders up to two seconds ahead, as nobody asks it for less, and takes nothing more for
+// as long when it wakes up.
 TEST_P(PulseAudioTest, HearsTheFileFromItsFirstFrameOnASinkThatStartsSlowly)
 {
     createSound(path("a.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 3 * 48000);
-    expectAllHeard(heardOf(path("a.wav"), ""));
+    SoundServer server(GetParam(), folder, "");
+    expectAllHeard(heardFrom(server, path("a.wav"), std::chrono::seconds(2)));
+    EXPECT_THAT(out, ContainsRegex("\nmoved         [0-9]+\\.[0-9]+ s later than planned"));
 }
