@@ -117,7 +117,19 @@ void Session::openDevice()
     if (const std::string obstacle = open(*m_device, m_request); !obstacle.empty()) {
         throw DeviceError(obstacle);
     }
+    refuseShortBuffer();
     refuseShortQueue();
+}
+
+// A period that is written while another one is played: with less the device runs dry all the time,
+// or never starts.
+void Session::refuseShortBuffer() const
+{
+    if (m_device->bufferSize() < 2 * m_device->periodSize()) {
+        throw UsageError("a buffer of " + std::to_string(m_device->bufferSize()) +
+                         " frames is less than two periods of the device, of " +
+                         std::to_string(m_device->periodSize()) + " frames each");
+    }
 }
 
 // A block that never fits into the queue is never whole.

@@ -65,6 +65,7 @@ public:
 
 private:
     void openDevice();
+    void refuseShortBuffer() const;
     void refuseShortQueue() const;
     void limitTo(double seconds);
     [[nodiscard]] bool converts() const;

@@ -28,6 +28,7 @@ namespace {
 
 constexpr std::uint32_t forEver = std::numeric_limits<std::uint32_t>::max();
 constexpr std::uint32_t numFrames = 3 * 48000;
+constexpr double edges = 2 * 52; // ms of silence where what fades in and out begins and ends
 constexpr double nanosecondsPerFrame = 1e9 / 48000;
 
 class DeviceTest : public PlayTest
@@ -56,6 +57,14 @@ protected:
         card->isGone = true;
         std::this_thread::sleep_for(std::chrono::milliseconds(500));
         card->isGone = false;
+    }
+
+    /// Plays with the removal of clicks, a file of which every frame is as loud as any.
+    void removeClicks()
+    {
+        clickRemoval.clear();
+        writeStereo(file, SF_FORMAT_WAV | SF_FORMAT_PCM_16,
+                    std::vector<double>(2 * std::size_t{numFrames}, 0.5));
     }
 
     /// As the summary has them.
@@ -443,6 +452,15 @@ TEST_F(DeviceTest, SaysWhatTheDeviceDidNotPlayToItsEnd)
     const std::size_t lost = numFrames - heard().size();
     EXPECT_GT(lost, 20'000U);
     EXPECT_NEAR(static_cast<double>(unheardFrames()), static_cast<double>(lost), 960);
+}
+
+// A device that always tells a delay below zero has not run dry at each block.
+TEST_F(DeviceTest, HearsAllOnADeviceWhoseDelayIsAlwaysBelowZeroWithClicksRemoved)
+{
+    removeClicks();
+    card->delayOffset = -48'000;
+    ASSERT_EQ(playOn(patient), 0) << err;
+    EXPECT_NEAR(static_cast<double>(heard().size()), numFrames, edges);
 }
 
 TEST_F(DeviceTest, TellsInOneLineThatThereIsNoSuchDevice)

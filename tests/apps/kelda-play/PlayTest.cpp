@@ -248,6 +248,16 @@ TEST_F(PlayTest, RefusesAQueueThatCantHoldABlock)
     }
 }
 
+TEST_F(PlayTest, RefusesABufferThatCantHoldTwoPeriods)
+{
+    for (const char* options :
+         {"--device null --buffer 1 ", "--device null --buffer 959 --period 480 "}) {
+        EXPECT_EQ(play(options + recording, "timeout -s KILL 10 "), 2) << options;
+        EXPECT_THAT(err, HasSubstr(" frames is less than two periods of the device, "));
+        EXPECT_THAT(out, IsEmpty());
+    }
+}
+
 TEST_F(PlayTest, TellsItsVersionAndHelp)
 {
     EXPECT_EQ(play("--version"), 0);
