@@ -261,18 +261,20 @@ KELDA_STANDS_BEFORE void _ZdlPvm(void* memory, std::size_t /*size*/) noexcept //
     __libc_free(memory);
 }
 
-// Functions that take a lock or wait, and those that wake others.
-#define KELDA_LOCK(name, parameters, arguments)                                                    \
+#define KELDA_PASSES_ON(name, parameters, arguments, before)                                       \
     KELDA_STANDS_BEFORE int name parameters                                                        \
     {                                                                                              \
         static const auto original = realOne(&(name), #name);                                      \
-        count("lock", __builtin_return_address(0));                                                \
+        before;                                                                                    \
         const InsideKnown inside;                                                                  \
         return original arguments;                                                                 \
     }
 
+// Functions that take a lock or wait, and those that wake others.
+#define KELDA_LOCK(name, parameters, arguments)                                                    \
+    KELDA_PASSES_ON(name, parameters, arguments, count("lock", __builtin_return_address(0)))
+
 KELDA_LOCK(pthread_mutex_lock, (pthread_mutex_t * mutex) noexcept, (mutex))
-KELDA_LOCK(pthread_mutex_unlock, (pthread_mutex_t * mutex) noexcept, (mutex))
 KELDA_LOCK(pthread_mutex_trylock, (pthread_mutex_t * mutex) noexcept, (mutex))
 KELDA_LOCK(pthread_mutex_timedlock, (pthread_mutex_t * mutex, const timespec* time) noexcept,
            (mutex, time))
@@ -294,6 +296,10 @@ KELDA_LOCK(pthread_cond_clockwait,
 KELDA_LOCK(pthread_cond_signal, (pthread_cond_t * condition) noexcept, (condition))
 KELDA_LOCK(pthread_cond_broadcast, (pthread_cond_t * condition) noexcept, (condition))
 KELDA_LOCK(sem_wait, (sem_t * semaphore), (semaphore))
+
+// What is unlocked was locked, and counted. As the last thing that a function does it is jumped to,
+// and would be told to be its caller's.
+KELDA_PASSES_ON(pthread_mutex_unlock, (pthread_mutex_t * mutex) noexcept, (mutex), )
 
 // What plays calls of libasound.
 #define KELDA_DEVICE(result, name, parameters, arguments)                                          \
