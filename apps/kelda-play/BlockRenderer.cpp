@@ -85,14 +85,26 @@ BlockRecord BlockRenderer::render()
     }
     record.adjustmentPpm = m_path.drift != nullptr ? m_path.drift->ppm() : 0;
     record.result = write(m_path.converter != nullptr ? m_path.converter->convert(m_read) : m_read);
-    if (record.isHeard()) {
-        m_sent.add(record.numFrames, record.dataFrames());
-    } else {
+    if (record.result != OutputDevice::Success) {
         const auto since = static_cast<std::int64_t>(m_clock() - now); // it has played on
-        record.droppedFrames = m_sent.dataAmongLast(framesIn(record.deviceDelay - since));
+        record.droppedFrames = droppedOf(record.result, record.deviceDelay - since);
         m_sent.clear();
     }
+    if (record.isHeard()) {
+        m_sent.add(record.numFrames, record.dataFrames());
+    }
     return record;
+}
+
+// A device that was repaired held nothing if it had run dry, and lost what it held if it had failed
+// otherwise. It notices that it has run dry at a period's end.
+std::uint64_t BlockRenderer::droppedOf(OutputDevice::WriteReturnValue result,
+                                       std::int64_t held) const
+{
+    const auto period =
+        static_cast<std::int64_t>(m_numFrames * 1'000'000'000 / m_device.sampleRate());
+    const bool wasDry = result == OutputDevice::Underrun && held <= period;
+    return wasDry ? 0 : m_sent.dataAmongLast(framesIn(held));
 }
 
 std::uint64_t BlockRenderer::framesIn(std::int64_t nanoseconds) const

@@ -83,6 +83,8 @@ private:
     void forgetTimes(miscUtils::TimeValue dueTime);
     [[nodiscard]] bool isStarting();
     void capture(SoundCapture* capture);
+    [[nodiscard]] std::uint64_t droppedOf(audioUtils::OutputDevice::WriteReturnValue result,
+                                          std::int64_t held) const;
     void removeClicks(BlockRecord& record);
     [[nodiscard]] double bias(const BlockRecord& record) const;
     [[nodiscard]] bool isLost(miscUtils::TimeValue now);

@@ -19,7 +19,7 @@ using Loss = std::pair<std::uint64_t, const char*>;
 std::array<Loss, 3> seldomLost(const keldaSync::FrameCounts& counts)
 {
     return {Loss{counts.discardedFrames(), " dropped on jumps"},
-            Loss{counts.unheardFrames(), " while the device was gone"},
+            Loss{counts.unheardFrames(), " while the device was gone or failed"},
             Loss{counts.mutedFrames(), " muted at interruptions"}};
 }
 

@@ -35,8 +35,9 @@ void FrameCounts::add(const BlockRecord& record)
         m_discardedFrames += static_cast<std::uint64_t>(
             std::llround(static_cast<double>(queuedBefore) * 1e-9 * m_sampleRate));
     }
+    m_unheardFrames += record.droppedFrames;
     if (!record.isHeard()) {
-        m_unheardFrames += record.dataFrames() + record.droppedFrames;
+        m_unheardFrames += record.dataFrames();
         return;
     }
     ++m_blocks;

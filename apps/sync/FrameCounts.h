@@ -44,7 +44,7 @@ public:
     /// many: what had arrived since the last block is known when the stream is over.
     [[nodiscard]] std::uint64_t discardedFrames() const { return m_discardedFrames; }
 
-    /// Lost: due while the device was gone, or held by it when it went, or ended.
+    /// Lost: due while the device was gone, or held by it when it went, failed or ended.
     [[nodiscard]] std::uint64_t unheardFrames() const { return m_unheardFrames; }
 
     /// Lost: silenced around an interruption, that it may not click.

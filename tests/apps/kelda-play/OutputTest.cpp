@@ -138,11 +138,12 @@ TEST_F(OutputTest, IsAsItWasWhenTheDiskIsFull)
     // The limit of 4096 bytes is what a full disk is.
     EXPECT_EQ(
         run("bash -c 'ulimit -f 4; " + player + "../a.wav --record r.wav >/dev/null 2>../err'"), 1);
-    EXPECT_EQ(read("err"), "kelda-play: r.wav: File too large\n");
+    // (What measures coverage finds the disk full, too, and says so.)
+    EXPECT_THAT(read("err"), StartsWith("kelda-play: r.wav: File too large\n"));
     EXPECT_EQ(run("bash -c 'ulimit -f 1; " + player +
                   "../a.wav --period 48 --trace t.csv >/dev/null 2>../err'"),
               1);
-    EXPECT_EQ(read("err"), "kelda-play: t.csv: File too large\n");
+    EXPECT_THAT(read("err"), StartsWith("kelda-play: t.csv: File too large\n"));
     EXPECT_EQ(get("r.wav"), "before");
     EXPECT_EQ(get("t.csv"), "before");
     EXPECT_THAT(names(), ElementsAre("r.wav", "t.csv"));

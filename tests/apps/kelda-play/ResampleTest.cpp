@@ -181,7 +181,8 @@ TEST_F(ResampleTest, ReplacesAFileOnlyByAWholeOne)
         const std::string command = "bash -c 'ulimit -f 16; cd " + folder.string() +
                                     "; " KELDA_RESAMPLE " a.wav " + name + " --rate 44100 2>err'";
         EXPECT_EQ(finish(std::system(command.c_str())), 1) << name;
-        EXPECT_EQ(err, "kelda-resample: " + name + ": File too large\n");
+        // (What measures coverage finds the disk full, too, and says so.)
+        EXPECT_THAT(err, StartsWith("kelda-resample: " + name + ": File too large\n"));
         EXPECT_EQ(read(name), "before");
         EXPECT_EQ(resample("damaged.flac " + name + " --rate 44100"), 1) << name;
         EXPECT_THAT(err, StartsWith("kelda-resample: damaged.flac: "));
