@@ -89,7 +89,7 @@ std::string summaryOf(const Statistics& statistics, bool isColored)
 std::string lossOf(const Statistics& statistics)
 {
     const keldaSync::FrameCounts& counts = statistics.counts();
-    const std::string unknown =
+    std::string unknown =
         counts.unrecordedBlocks() == 0
             ? ""
             : std::to_string(counts.unrecordedBlocks()) + unrecorded +

@@ -4,11 +4,12 @@
 
 namespace keldaPlay {
 
-Trace::Trace(const std::string& path) : m_file(path)
-{
-    m_rows = "due_time_ns,delta_ns,queue_fill_ns,device_delay_ns,frames,silence_frames,"
+Trace::Trace(const std::string& path)
+    : m_file(path),
+      m_rows("due_time_ns,delta_ns,queue_fill_ns,device_delay_ns,frames,silence_frames,"
              "inserted_frames,skipped_frames,padded_frames,underruns,adjustment_ppm,heard,"
-             "muted_frames,dropped_frames,moved_ns\n";
+             "muted_frames,dropped_frames,moved_ns\n")
+{
 }
 
 void Trace::write(const BlockRecord& record)
