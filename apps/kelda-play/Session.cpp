@@ -264,9 +264,10 @@ void Session::play()
         [this] { return open(*m_device, m_request).empty(); }, waiting(), m_observer->journal());
     std::exception_ptr unreadable;
 
+    const TimeValue delay = pathDelay(); // now, before the converter belongs to the renderer
     std::thread producerThread([&] {
         try {
-            producer.run(Timeline(pathDelay(), m_playlist.rate(), m_options.sourcePpm));
+            producer.run(Timeline(delay, m_playlist.rate(), m_options.sourcePpm));
         } catch (...) {
             unreadable = std::current_exception();
             m_queue.drain(); // what was decoded is played
