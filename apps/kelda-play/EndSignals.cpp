@@ -64,11 +64,17 @@ EndSignals::~EndSignals()
     pthread_sigmask(SIG_SETMASK, &m_previous, nullptr);
 }
 
-bool EndSignals::waitFor(miscUtils::TimeValue nanoseconds)
+void EndSignals::waitFor(miscUtils::TimeValue nanoseconds)
 {
     std::unique_lock lock(m_mutex);
-    return m_condition.wait_for(lock, std::chrono::nanoseconds(nanoseconds),
-                                [this] { return m_haveCome; });
+    m_condition.wait_for(lock, std::chrono::nanoseconds(nanoseconds),
+                         [this, before = m_haveCome] { return m_haveCome != before; });
+}
+
+bool EndSignals::haveCome()
+{
+    const std::lock_guard lock(m_mutex);
+    return m_haveCome;
 }
 
 void EndSignals::take()

@@ -14,8 +14,8 @@ namespace keldaPlay {
 /// The signals that end playing, SIGINT and SIGTERM: blocked in this thread and those that it
 /// starts, and taken by a thread of its own, which waits for nothing else.
 ///
-/// The first is a request, for waitFor() to tell. The second ends the process, as the signal itself
-/// does where nobody takes it, whatever the other threads are at; and so does the first when
+/// The first is a request, for haveCome() to tell. The second ends the process, as the signal
+/// itself does where nobody takes it, whatever the other threads are at; and so does the first when
 /// something is still being opened a moment later (Opening). Then one line on standard error tells
 /// why.
 class EndSignals
@@ -27,11 +27,10 @@ public:
     EndSignals(const EndSignals&) = delete;
     EndSignals& operator=(const EndSignals&) = delete;
 
-    /// Whether one has come by now, or comes within so many ns.
-    [[nodiscard]] bool waitFor(miscUtils::TimeValue nanoseconds);
+    /// Waits for so many ns, less where the first one comes meanwhile.
+    void waitFor(miscUtils::TimeValue nanoseconds);
 
-    /// Whether one has come at all.
-    [[nodiscard]] bool haveCome() { return waitFor(0); }
+    [[nodiscard]] bool haveCome();
 
 private:
     void take();

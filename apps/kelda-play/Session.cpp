@@ -300,7 +300,8 @@ void Session::countDiscarded(const Producer& producer, const BlockRenderer& rend
 void Session::watch(const Renderer& renderer, Producer& producer)
 {
     while (!renderer.hasEnded()) {
-        if (m_playing.signals.waitFor(50 * nanosecondsPerMillisecond) || m_playing.isToEnd()) {
+        m_playing.signals.waitFor(50 * nanosecondsPerMillisecond);
+        if (m_playing.isToEnd()) {
             producer.stop();
         }
         m_observer->update();
