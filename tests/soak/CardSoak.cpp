@@ -81,9 +81,11 @@ private:
     {
         const std::string mode =
             m_mode == Mode::Exact ? "--no-click-removal " : "--correct resample --source-ppm 80 ";
-        return m_card.preload() + KELDA_PLAY " --device faulty --period 480 --buffer 9600 " + mode +
-               "--trace " + path("trace.csv") + " " + path("numbered.wav") + " >" + path("out") +
-               " 2>" + path("err") + " </dev/null";
+        return "LD_PRELOAD=" + FaultySoundCard::library +
+               " ASAN_OPTIONS=verify_asan_link_order=0 " KELDA_PLAY
+               " --device faulty --period 480 --buffer 9600 " +
+               mode + "--trace " + path("trace.csv") + " " + path("numbered.wav") + " >" +
+               path("out") + " 2>" + path("err") + " </dev/null";
     }
 
     [[nodiscard]] bool hasStarted() const

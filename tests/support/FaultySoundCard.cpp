@@ -10,6 +10,8 @@ namespace testSupport {
 
 using namespace faultyPcm;
 
+const std::string FaultySoundCard::library = KELDA_ALSA_CALLS_LIBRARY;
+
 namespace {
 
 std::filesystem::path newFolder()
@@ -72,11 +74,6 @@ std::vector<std::string> FaultySoundCard::takeCalls()
         names.emplace_back(callNames[static_cast<std::size_t>(m_control->sequence[i].load())]);
     }
     return names;
-}
-
-std::string FaultySoundCard::preload() const
-{
-    return "LD_PRELOAD=" KELDA_ALSA_CALLS_LIBRARY " ASAN_OPTIONS=verify_asan_link_order=0 ";
 }
 
 std::string FaultySoundCard::bytesOf(const std::string& name) const

@@ -55,8 +55,8 @@ public:
         return samplesOf<Sample>(droppedFile);
     }
 
-    /// What a program needs in its environment to have its calls intercepted, too: for a shell.
-    [[nodiscard]] std::string preload() const;
+    /// The library that a program is to load before others to have its calls intercepted, too.
+    static const std::string library;
 
     [[nodiscard]] const std::filesystem::path& folder() const { return m_folder; }
 

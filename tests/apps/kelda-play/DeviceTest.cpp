@@ -36,26 +36,25 @@ class DeviceTest : public PlayTest
 protected:
     DeviceTest() { createNumberedFrames(file, numFrames); }
 
-    int playOn(const std::string& options, const std::string& before = "")
+    int playOn(const std::string& options, const std::string& preloaded = "")
     {
         return play("--device faulty --trace " + path("t.csv") + " " + options + " " + file,
-                    before);
+                    preloaded);
     }
 
     /// The same as a live stream.
     int playLive(const std::string& options)
     {
-        const std::string line = "tail -c +45 " + file + " | " KELDA_PLAY " --no-click-removal " +
-                                 "--device faulty --raw 48000:2:S16LE --trace " + path("t.csv") +
-                                 " " + options + " - >" + path("out") + " 2>" + path("err");
-        return finish(std::system(line.c_str()));
+        return run("tail -c +45 " + file + " | " + player() +
+                   "--device faulty --raw 48000:2:S16LE --trace " + path("t.csv") + " " + options +
+                   " - " + kept());
     }
 
-    void vanish() const
+    void vanish()
     {
         waitUntilTaken(72'000);
         card->isGone = true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(500));
+        pass(std::chrono::milliseconds(500));
         card->isGone = false;
     }
 
@@ -78,19 +77,13 @@ protected:
     template<typename Function>
     int playWhile(const std::string& options, Function function)
     {
-        int status = -1;
-        std::thread player([&] { status = playOn(options); });
-        function();
-        player.join();
-        return status;
+        return doWhile([&] { return playOn(options); }, function);
     }
 
-    void waitUntilTaken(std::uint64_t frames) const
+    /// Until the card has taken so many frames; so is the player's time.
+    void waitUntilTaken(std::uint64_t frames)
     {
-        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-        while (card->framesTaken < frames && std::chrono::steady_clock::now() < end) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
+        EXPECT_TRUE(time.runUntil([&] { return card->framesTaken >= frames; }));
     }
 
     /// The frames of the file that were heard, in their order, without silence.
@@ -173,9 +166,9 @@ TEST_F(DeviceTest, IsNotOpenedForAWrongChannelMap)
 
 TEST_F(DeviceTest, PassesOnWhetherAlsaMayResample)
 {
-    ASSERT_EQ(playOn("--no-rate-resample --duration 0.1", card.preload()), 0) << err;
+    ASSERT_EQ(playOn("--no-rate-resample --duration 0.1", FaultySoundCard::library), 0) << err;
     EXPECT_EQ(card.value(Call::snd_pcm_hw_params_set_rate_resample), 0);
-    ASSERT_EQ(playOn("--duration 0.1", card.preload()), 0) << err;
+    ASSERT_EQ(playOn("--duration 0.1", FaultySoundCard::library), 0) << err;
     EXPECT_EQ(card.value(Call::snd_pcm_hw_params_set_rate_resample), 1);
 }
 
@@ -211,14 +204,14 @@ TEST_F(DeviceTest, SurvivesADelayBelowZeroWithoutTimestamps)
 {
     card->delayOffset = -48'000;
     card->zeroTimestamps = forEver;
-    ASSERT_EQ(playOn(patient, card.preload()), 0) << err;
+    ASSERT_EQ(playOn(patient, FaultySoundCard::library), 0) << err;
     expectAllHeard();
 }
 
 TEST_F(DeviceTest, SurvivesFirstPeriodsWithoutTimestamps)
 {
     card->zeroTimestamps = 50;
-    ASSERT_EQ(playOn(patient, card.preload()), 0) << err;
+    ASSERT_EQ(playOn(patient, FaultySoundCard::library), 0) << err;
     expectAllHeard();
     EXPECT_EQ(card->zeroTimestamps, 0U);
 }
@@ -226,7 +219,7 @@ TEST_F(DeviceTest, SurvivesFirstPeriodsWithoutTimestamps)
 TEST_F(DeviceTest, SurvivesForEverWithoutTimestamps)
 {
     card->zeroTimestamps = forEver;
-    ASSERT_EQ(playOn(patient, card.preload()), 0) << err;
+    ASSERT_EQ(playOn(patient, FaultySoundCard::library), 0) << err;
     expectAllHeard();
     EXPECT_THAT(err, HasSubstr("WARN  AudioUtils: ALSA did not return a valid timestamp\n"));
 }
@@ -254,9 +247,7 @@ TEST_F(DeviceTest, IsBackInStepAfterAStall)
 {
     const auto stall = [this] {
         waitUntilTaken(72'000);
-        ASSERT_EQ(kill(card->process, SIGSTOP), 0);
-        std::this_thread::sleep_for(std::chrono::milliseconds(400));
-        ASSERT_EQ(kill(card->process, SIGCONT), 0);
+        time.leap(std::chrono::milliseconds(400));
     };
     EXPECT_EQ(playWhile("", stall), 4) << err;
     expectAllCounted();
@@ -268,7 +259,7 @@ TEST_F(DeviceTest, IsBackInStepAfterAStall)
 TEST_F(DeviceTest, WritesARepeatedErrorOnceInAWhile)
 {
     card.setResult(Call::snd_pcm_status, -EIO);
-    ASSERT_EQ(playOn(patient, card.preload()), 0) << err;
+    ASSERT_EQ(playOn(patient, FaultySoundCard::library), 0) << err;
     expectAllHeard();
     EXPECT_GT(card.count(Call::snd_pcm_status), 100U);
     EXPECT_LE(numLines(err), 2U) << err;
@@ -385,11 +376,7 @@ TEST_F(DeviceTest, WaitsForADeviceThatVanishesAndGoesOnWhereItWas)
 
 TEST_F(DeviceTest, ALiveStreamGoesOnUnheardAndIsInStepWhenTheDeviceIsBack)
 {
-    int status = 0;
-    std::thread player([&] { status = playLive(""); });
-    vanish();
-    player.join();
-    EXPECT_EQ(status, 4) << err;
+    EXPECT_EQ(doWhile([this] { return playLive(""); }, [this] { vanish(); }), 4) << err;
     EXPECT_THAT(err, HasSubstr("WARN  kelda-play: The device is gone; the stream goes on unheard "
                                "until it is back\n"));
     EXPECT_NEAR(static_cast<double>(unheardFrames()), 0.75 * 48'000, 0.25 * 48'000);
@@ -408,7 +395,7 @@ TEST_F(DeviceTest, WaitsForADeviceThatTakesNothingMoreAndGoesOnWhereItWas)
     const auto takeNothing = [this] {
         waitUntilTaken(48'000);
         card->fault = -EPIPE;
-        std::this_thread::sleep_for(std::chrono::milliseconds(500));
+        pass(std::chrono::milliseconds(500));
         card->fault = 0;
     };
     EXPECT_EQ(playWhile("--log-level info" + patient, takeNothing), 4) << err;
@@ -455,7 +442,7 @@ TEST_F(DeviceTest, EndsWhenTheDeviceNeverComesBack)
 TEST_F(DeviceTest, SaysWhatTheDeviceDidNotPlayToItsEnd)
 {
     card.setResult(Call::snd_pcm_drain, -EIO);
-    EXPECT_EQ(playOn(patient, card.preload()), 4) << err;
+    EXPECT_EQ(playOn(patient, FaultySoundCard::library), 4) << err;
     const std::size_t lost = numFrames - heard().size();
     EXPECT_GT(lost, 20'000U);
     EXPECT_NEAR(static_cast<double>(unheardFrames()), static_cast<double>(lost), 960);

@@ -309,7 +309,8 @@ TEST_F(DsdPlayTest, WhatWouldChangeBitsIsRefused)
 
 TEST_F(DsdDeviceTest, AlsaGetsEveryBit)
 {
-    ASSERT_EQ(play("--device faulty --format S32LE" + patientDsd + path("a.dsf"), card.preload()),
+    ASSERT_EQ(play("--device faulty --format S32LE" + patientDsd + path("a.dsf"),
+                   testSupport::FaultySoundCard::library),
               0)
         << err;
     const DopStream stream(card.played<std::int32_t>());

@@ -121,17 +121,16 @@ TEST_F(JsonTest, TellsUnderrunsAndADeviceThatIsAway)
     card->fault = -EPIPE;
     card->faultAtFrame = 24'000;
     card->faultRepeats = 1;
-    std::thread away([&card] {
-        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-        while (card->framesTaken < 60'000 && std::chrono::steady_clock::now() < end) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
+    const auto takeAway = [&] {
+        EXPECT_TRUE(time.runUntil([&] { return card->framesTaken >= 60'000; }));
         card->isGone = true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(500));
+        pass(std::chrono::milliseconds(500));
         card->isGone = false;
-    });
-    EXPECT_EQ(play("--json --device faulty --duration 3 --loop " + recording), 4) << err;
-    away.join();
+    };
+    const auto playOn = [this] {
+        return play("--json --device faulty --duration 3 --loop " + recording);
+    };
+    EXPECT_EQ(doWhile(playOn, takeAway), 4) << err;
     EXPECT_GE(events("underrun").size(), 1U);
     EXPECT_GT(events("underrun").front().at("position"), 0.1);
     EXPECT_GT(onlyEvent("deviceLost").at("position"), 0.5);
@@ -149,15 +148,14 @@ TEST_F(JsonTest, TellsUnderrunsAndADeviceThatIsAway)
 TEST_F(JsonTest, TellsADeviceThatNeverComesBack)
 {
     FaultySoundCard card;
-    std::thread away([&card] {
-        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-        while (card->framesTaken < 24'000 && std::chrono::steady_clock::now() < end) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
+    const auto takeAway = [&] {
+        EXPECT_TRUE(time.runUntil([&] { return card->framesTaken >= 24'000; }));
         card->isGone = true;
-    });
-    EXPECT_EQ(play("--json --device faulty --duration 2 --loop " + recording), 3);
-    away.join();
+    };
+    const auto playOn = [this] {
+        return play("--json --device faulty --duration 2 --loop " + recording);
+    };
+    EXPECT_EQ(doWhile(playOn, takeAway), 3);
     EXPECT_THAT(events("deviceBack"), IsEmpty());
     EXPECT_EQ(onlyEvent("error").at("message"), "device faulty has not come back");
     EXPECT_EQ(events().back().at("event"), "end");

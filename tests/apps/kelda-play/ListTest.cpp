@@ -185,12 +185,14 @@ TEST_F(ListTest, PlaysWhatCouldBeDecodedOfAFileThatVanishes)
 {
     createTone("a.wav", 1, 2 * 48000);
     createTone("b.wav", 2, 480);
-    std::thread remover([this] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1000));
+    const auto remove = [this] {
+        pass(std::chrono::seconds(1));
         std::filesystem::remove(path("b.wav"));
-    });
-    EXPECT_EQ(play(" --queue-ms 100 " + path("a.wav") + " " + path("b.wav")), 1);
-    remover.join();
+    };
+    EXPECT_EQ(
+        doWhile([this] { return play(" --queue-ms 100 " + path("a.wav") + " " + path("b.wav")); },
+                remove),
+        1);
     EXPECT_THAT(err, StartsWith("kelda-play: " + path("b.wav") + ": "));
     EXPECT_THAT(out, HasSubstr("\nplayed        2.000 s in "));
 }

@@ -52,6 +52,7 @@ class ManualTest : public PlayTest, public testing::WithParamInterface<const cha
 protected:
     ManualTest()
     {
+        clickRemoval.clear();
         // Every card is the one in software.
         std::ofstream(std::getenv("ALSA_CONFIG_PATH"), std::ios::app)
             << "pcm.!hw { @args [CARD] @args.CARD { type string } type kelda_faulty }\n"
@@ -67,7 +68,7 @@ protected:
     int runExample(const std::string& commands)
     {
         std::ofstream(path("example")) << "set -e\ncd '" << path("home") << "'\n"
-                                       << "kelda-play() { " KELDA_PLAY " \"$@\"; }\n"
+                                       << "kelda-play() { " << player() << "\"$@\"; }\n"
                                        << "kelda-resample() { " KELDA_RESAMPLE " \"$@\"; }\n"
                                        << "kelda-lab() { " KELDA_LAB " \"$@\"; }\n"
                                        << commands;

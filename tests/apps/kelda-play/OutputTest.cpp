@@ -48,11 +48,12 @@ protected:
 
     int run(const std::string& command)
     {
-        return finish(std::system(("cd " + files.string() + "; " + command).c_str()));
+        return PlayTest::run("cd " + files.string() + "; " + command);
     }
 
+    [[nodiscard]] std::string shortPlayer() { return player() + "--duration 0.2 "; }
+
     const fs::path files = folder / "files";
-    const std::string player = KELDA_PLAY " --no-click-removal --duration 0.2 ";
 };
 
 TEST_F(OutputTest, IsNeverWhatIsPlayed)
@@ -69,7 +70,7 @@ TEST_F(OutputTest, IsNeverWhatIsPlayed)
          {"a.wav --record a.wav", "a.wav --trace a.wav", "./a.wav --record $PWD/a.wav",
           "a.wav --record hard", "hard --trace a.wav", "a.wav --record soft", "soft --trace a.wav",
           ". --record a.wav", "a.wav --report report", "- --raw 48000:2:S16LE --trace hard"}) {
-        EXPECT_EQ(run(player + arguments + " <a.wav >../out 2>../err"), 2) << arguments;
+        EXPECT_EQ(run(shortPlayer() + arguments + " <a.wav >../out 2>../err"), 2) << arguments;
         EXPECT_THAT(err,
                     AllOf(StartsWith("kelda-play: --"), HasSubstr("is the same file that is")));
         EXPECT_EQ(numLines(err), 1U) << err;
@@ -87,11 +88,13 @@ TEST_F(OutputTest, IsNotAnotherOutput)
           "--trace report/trace.csv --report report", "--trace /dev/stdout --record /dev/stdout"}) {
         fs::remove(in("link"));
         fs::create_symlink("new", in("link"));
-        EXPECT_EQ(run(player + "../a.wav " + arguments + " >../out 2>../err"), 2) << arguments;
+        EXPECT_EQ(run(shortPlayer() + "../a.wav " + arguments + " >../out 2>../err"), 2)
+            << arguments;
         EXPECT_THAT(err, HasSubstr("is the same file that is written by --")) << arguments;
         EXPECT_THAT(names(), ElementsAre("link", "report")) << arguments;
     }
-    EXPECT_EQ(run(player + "../a.wav --record /dev/null --trace /dev/null >../out 2>../err"), 0)
+    EXPECT_EQ(run(shortPlayer() + "../a.wav --record /dev/null --trace /dev/null >../out 2>../err"),
+              0)
         << err;
 }
 
@@ -114,16 +117,16 @@ TEST_F(OutputTest, IsRefusedBeforeAnythingIsPlayed)
         {"--json --trace /dev/stdout", "/dev/stdout: is standard output, which --json writes to"},
     };
     for (const auto& [arguments, message] : cases) {
-        EXPECT_THAT(run(player + "../a.wav " + arguments + " >../out 2>../err"),
+        EXPECT_THAT(run(shortPlayer() + "../a.wav " + arguments + " >../out 2>../err"),
                     testing::AnyOf(1, 2))
             << arguments;
         EXPECT_THAT(err, HasSubstr(message)) << arguments;
         EXPECT_THAT(out, testing::Not(HasSubstr("played"))) << arguments;
         EXPECT_EQ(names(), there) << arguments;
     }
-    EXPECT_EQ(run("PATH=/nowhere " + player + "../a.wav --report new >../out 2>../err"), 1);
+    EXPECT_EQ(run("PATH=/nowhere " + shortPlayer() + "../a.wav --report new >../out 2>../err"), 1);
     EXPECT_EQ(err, "kelda-play: gnuplot, which draws the report, is not installed\n");
-    EXPECT_EQ(run("timeout 20 cat pipe >../cat & " + player +
+    EXPECT_EQ(run("timeout 20 cat pipe >../cat & " + shortPlayer() +
                   "../a.wav --record pipe >../out 2>../err; s=$?; wait; exit $s"),
               1);
     EXPECT_THAT(err, HasSubstr("pipe: such a file's header is completed at its end"));
@@ -136,11 +139,12 @@ TEST_F(OutputTest, IsAsItWasWhenTheDiskIsFull)
         put(name, "before");
     }
     // The limit of 4096 bytes is what a full disk is.
-    EXPECT_EQ(
-        run("bash -c 'ulimit -f 4; " + player + "../a.wav --record r.wav >/dev/null 2>../err'"), 1);
+    EXPECT_EQ(run("bash -c 'ulimit -f 4; " + shortPlayer() +
+                  "../a.wav --record r.wav >/dev/null 2>../err'"),
+              1);
     // (What measures coverage finds the disk full, too, and says so.)
     EXPECT_THAT(read("err"), StartsWith("kelda-play: r.wav: File too large\n"));
-    EXPECT_EQ(run("bash -c 'ulimit -f 1; " + player +
+    EXPECT_EQ(run("bash -c 'ulimit -f 1; " + shortPlayer() +
                   "../a.wav --period 48 --trace t.csv >/dev/null 2>../err'"),
               1);
     EXPECT_THAT(read("err"), StartsWith("kelda-play: t.csv: File too large\n"));
@@ -183,9 +187,15 @@ TEST_F(OutputTest, IsWholeWhenPlayingIsInterruptedAndAsItWasWhenItIsKilled)
 TEST_F(OutputTest, HasTheTraceOfWhatWasPlayedBeforeAFileFailed)
 {
     fs::copy(path("a.wav"), in("b.wav"));
-    EXPECT_EQ(run("(sleep 0.4; rm b.wav) & " KELDA_PLAY " ../a.wav b.wav --queue-ms 300 "
-                  "--record r.wav --trace t.csv >../out 2>../err; s=$?; wait; exit $s"),
-              1);
+    const auto playBoth = [this] {
+        return run(player() + "../a.wav b.wav --queue-ms 300 --record r.wav --trace t.csv" +
+                   kept());
+    };
+    const auto remove = [this] {
+        pass(std::chrono::milliseconds(400));
+        fs::remove(in("b.wav"));
+    };
+    EXPECT_EQ(doWhile(playBoth, remove), 1);
     EXPECT_THAT(err, HasSubstr("b.wav: "));
     EXPECT_GE(load(in("r.wav")).frames(), 48'000U);
     EXPECT_THAT(names(), ElementsAre("r.wav", "t.csv"));
@@ -197,7 +207,8 @@ TEST_F(OutputTest, KeepsLinksAndPermissions)
     fs::permissions(in("old"), fs::perms(0604));
     fs::create_symlink("old", in("link"));
     fs::create_symlink("new", in("dangling"));
-    EXPECT_EQ(run("umask 027; " + player + "../a.wav --record link --trace dangling >../out"), 0);
+    EXPECT_EQ(
+        run("umask 027; " + shortPlayer() + "../a.wav --record link --trace dangling >../out"), 0);
     EXPECT_TRUE(fs::is_symlink(in("link")));
     EXPECT_TRUE(fs::is_symlink(in("dangling")));
     EXPECT_GT(load(in("old")).frames(), 0U);
@@ -210,7 +221,7 @@ TEST_F(OutputTest, KeepsLinksAndPermissions)
 TEST_F(OutputTest, GoesToPipesAndToStandardOutput)
 {
     ASSERT_EQ(mkfifo(in("pipe").c_str(), 0666), 0);
-    EXPECT_EQ(run("cat pipe >t.csv & " + player +
+    EXPECT_EQ(run("cat pipe >t.csv & " + shortPlayer() +
                   "../a.wav --trace pipe >../out; s=$?; wait; "
                   "exit $s"),
               0);
@@ -218,12 +229,12 @@ TEST_F(OutputTest, GoesToPipesAndToStandardOutput)
     EXPECT_EQ(get("t.csv").back(), '\n');
     EXPECT_TRUE(fs::is_fifo(in("pipe")));
 
-    EXPECT_EQ(run(player + "../a.wav --trace /dev/stdout 2>../err | cat >t.csv"), 0);
+    EXPECT_EQ(run(shortPlayer() + "../a.wav --trace /dev/stdout 2>../err | cat >t.csv"), 0);
     const auto rows = testSupport::readTrace(in("t.csv"));
     EXPECT_EQ(numLines(get("t.csv")), rows.size() + 1) << "and nothing else";
     EXPECT_THAT(read("err"), HasSubstr("played        0.200 s in "));
 
-    EXPECT_EQ(run(player + "../a.wav --record /dev/stdout >r.wav 2>../err"), 0);
+    EXPECT_EQ(run(shortPlayer() + "../a.wav --record /dev/stdout >r.wav 2>../err"), 0);
     EXPECT_GT(load(in("r.wav")).frames(), 9600U);
 }
 
@@ -232,13 +243,13 @@ TEST_F(OutputTest, IsToldToBeMissingWhereStandardOutputIsFullOrClosed)
     const std::string scenario = in("s.json");
     put("s.json", R"({"seconds": 2})");
     const std::string lab = KELDA_LAB;
-    const std::string commands[] = {player + "../a.wav",
-                                    player + "--json ../a.wav",
-                                    KELDA_PLAY " --json /nowhere/a.wav",
+    const std::string commands[] = {shortPlayer() + "../a.wav",
+                                    shortPlayer() + "--json ../a.wav",
+                                    player() + "--json /nowhere/a.wav",
                                     KELDA_PLAY " --describe ../a.wav",
                                     KELDA_PLAY " --describe-device fake",
-                                    player + "--help",
-                                    player + "--version",
+                                    shortPlayer() + "--help",
+                                    shortPlayer() + "--version",
                                     KELDA_RESAMPLE " --help",
                                     KELDA_RESAMPLE " --version",
                                     lab + " run s.json",
@@ -250,14 +261,14 @@ TEST_F(OutputTest, IsToldToBeMissingWhereStandardOutputIsFullOrClosed)
                 << command << full;
         }
     }
-    EXPECT_EQ(run(player + "../a.wav --trace t.csv >&- 2>../err"), 1);
+    EXPECT_EQ(run(shortPlayer() + "../a.wav --trace t.csv >&- 2>../err"), 1);
     EXPECT_THAT(get("t.csv"), StartsWith("due_time_ns,")) << "not what was printed";
     EXPECT_EQ(get("t.csv").find("played"), std::string::npos);
 }
 
 TEST_F(OutputTest, EndsPlayingWhenNobodyReadsIt)
 {
-    const std::string command = KELDA_PLAY " --loop --json ../a.wav --record r.wav 2>../err | "
+    const std::string command = player() + "--loop --json ../a.wav --record r.wav 2>../err | "
                                            "head -n 1 >../out; exit ${PIPESTATUS[0]}";
     EXPECT_EQ(run("timeout 60 bash -c '" + command + "'"), 128 + SIGPIPE);
     EXPECT_THAT(out, HasSubstr(R"("event":"start")"));
@@ -269,10 +280,12 @@ TEST_F(OutputTest, LeavesWhatElseIsInTheFolderOfAReport)
 {
     const std::string report = "it\\'s\\ \\$HOME"; // as a shell reads it
     const std::string there = in("it's $HOME");
-    EXPECT_EQ(run(player + "../a.wav --report " + report + " >../out 2>../err"), 0) << read("err");
+    EXPECT_EQ(run(shortPlayer() + "../a.wav --report " + report + " >../out 2>../err"), 0)
+        << read("err");
     std::ofstream(there + "/notes.txt") << "a user's";
     std::ofstream(there + "/index.html") << "of a run before";
-    EXPECT_EQ(run(player + "../a.wav --report " + report + " >../out 2>../err"), 0) << read("err");
+    EXPECT_EQ(run(shortPlayer() + "../a.wav --report " + report + " >../out 2>../err"), 0)
+        << read("err");
     EXPECT_THAT(read("files/it's $HOME/notes.txt"), "a user's");
     EXPECT_THAT(read("files/it's $HOME/index.html"), EndsWith("</html>\n"));
     std::set<std::string> found;
@@ -292,8 +305,9 @@ TEST_F(OutputTest, LeavesAReportAsItWasWhenItCantBeDrawn)
     std::ofstream(in("report/index.html")) << "before";
     std::ofstream(in("bin/gnuplot")) << "#!/bin/sh\necho 'no terminal svg' >&2\nexit 1\n";
     fs::permissions(in("bin/gnuplot"), fs::perms(0755));
-    EXPECT_EQ(run("PATH=$PWD/bin:$PATH " + player + "../a.wav --report report >../out 2>../err"),
-              1);
+    EXPECT_EQ(
+        run("PATH=$PWD/bin:$PATH " + shortPlayer() + "../a.wav --report report >../out 2>../err"),
+        1);
     EXPECT_THAT(err, EndsWith("gnuplot could not draw: no terminal svg\n"));
     EXPECT_EQ(read("files/report/index.html"), "before");
     EXPECT_EQ(std::distance(fs::directory_iterator(in("report")), fs::directory_iterator()), 2);

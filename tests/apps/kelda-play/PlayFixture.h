@@ -1,6 +1,7 @@
 #pragma once
 
-// What the tests of the whole player share: sound files, running it, and what it leaves behind.
+// What the tests of the whole player share: sound files, running it in virtual time, and what it
+// leaves behind.
 
 #include <chrono>
 #include <csignal>
@@ -21,6 +22,7 @@
 
 #include "support/NumberedSound.h"
 #include "support/TraceFile.h"
+#include "support/VirtualTime.h"
 
 namespace keldaPlayTest {
 
@@ -88,13 +90,46 @@ protected:
 
     [[nodiscard]] std::string path(const std::string& name) const { return folder / name; }
 
-    /// Runs the player to its end; the arguments are a shell's.
-    int play(const std::string& arguments, const std::string& before = "")
+    /// The player in virtual time, as a shell's command: "preloaded" is a library for it to load
+    /// first.
+    [[nodiscard]] std::string player(const std::string& preloaded = "")
     {
-        const std::string command = before + KELDA_PLAY " " + clickRemoval + arguments + " >" +
-                                    path("out") + " 2>" + path("err") + " </dev/null";
-        return finish(std::system(command.c_str()));
+        return (isVirtual ? time.environment(preloaded) : "") + KELDA_PLAY " " + clickRemoval;
     }
+
+    /// Where a command's outputs go, for a shell.
+    [[nodiscard]] std::string kept() const { return " >" + path("out") + " 2>" + path("err"); }
+
+    /// Runs the player to its end; the arguments are a shell's.
+    int play(const std::string& arguments, const std::string& preloaded = "")
+    {
+        return run(player(preloaded) + arguments + kept() + " </dev/null");
+    }
+
+    /// Runs a player, and does something meanwhile: at times that `time` comes to, and stands still
+    /// at.
+    template<typename Run, typename Function>
+    int doWhile(Run runPlayer, Function function)
+    {
+        time.beginAnew();
+        time.holdAt(std::chrono::nanoseconds(0));
+        int status = -1;
+        std::thread player([&] { status = runPlayer(); });
+        function();
+        time.release();
+        player.join();
+        return status;
+    }
+
+    /// Lets so much of the player's time pass.
+    void pass(std::chrono::nanoseconds duration)
+    {
+        time.holdAt(time.now() + duration);
+        EXPECT_TRUE(time.isHeld());
+    }
+
+    /// Runs a shell's command to its end.
+    int run(const std::string& command) { return finish(std::system(command.c_str())); }
 
     int finish(int status)
     {
@@ -106,25 +141,27 @@ protected:
     /// Starts the player, sends it a signal after a while, and waits for its end.
     int interrupt(const std::string& arguments, int signal)
     {
-        return interruptCommand("exec " KELDA_PLAY " " + clickRemoval + arguments + " >" +
-                                    path("out") + " 2>" + path("err") + " </dev/null",
-                                signal);
+        return interruptCommand(player() + arguments + kept() + " </dev/null", signal);
     }
 
     /// The same for a shell's command.
     int interruptCommand(const std::string& command, int signal)
     {
-        const char* argv[] = {"sh", "-c", command.c_str(), nullptr};
+        const std::string line = "exec " + command;
+        const char* argv[] = {"sh", "-c", line.c_str(), nullptr};
         pid_t process = 0;
+        time.beginAnew();
+        time.holdAt(std::chrono::milliseconds(1500));
         EXPECT_EQ(
             posix_spawn(&process, "/bin/sh", nullptr, nullptr, const_cast<char**>(argv), environ),
             0);
-        std::this_thread::sleep_for(std::chrono::milliseconds(1500));
-        const auto before = std::chrono::steady_clock::now();
+        EXPECT_TRUE(time.isHeld());
+        const auto before = time.now();
         kill(process, signal);
+        time.release();
         int status = 0;
         waitpid(process, &status, 0);
-        latency = std::chrono::steady_clock::now() - before;
+        latency = time.now() - before;
         return finish(status);
     }
 
@@ -180,9 +217,11 @@ protected:
 
     const std::filesystem::path folder =
         std::filesystem::temp_directory_path() / ("kelda-play-test-" + std::to_string(getpid()));
+    testSupport::VirtualTime time;
+    bool isVirtual = true; ///< else the player runs in real time
     std::string out;
     std::string err;
-    std::chrono::duration<double> latency{};
+    std::chrono::duration<double> latency{};          ///< from a signal to the end
     std::string clickRemoval = "--no-click-removal "; // tests want to see every sample as it was
 };
 

@@ -1,4 +1,4 @@
-// kelda-play itself, as a user runs it: real files, real time, what it prints and leaves behind.
+// kelda-play itself, as a user runs it: real files, what it prints and leaves behind.
 
 #include <numeric>
 
@@ -37,9 +37,10 @@ TEST_F(PlayTest, TellsWithoutATerminalHowItGoesInPlainLines)
 
 TEST_F(PlayTest, RedrawsOneLineOnATerminal)
 {
-    const std::string command = "TERM=xterm script -qfec '" KELDA_PLAY + patient + recording +
-                                "' /dev/null >" + path("out") + " 2>" + path("err") + " </dev/null";
-    ASSERT_EQ(finish(std::system(command.c_str())), 0) << err << out;
+    clickRemoval.clear();
+    const std::string command =
+        "TERM=xterm script -qfec '" + player() + patient + recording + "' /dev/null";
+    ASSERT_EQ(run(command + kept() + " </dev/null"), 0) << err << out;
     EXPECT_GT(std::count(out.begin(), out.end(), '\r'), 10);
     EXPECT_THAT(out, HasSubstr("\033[K"));
     EXPECT_EQ(numLines(out), 7U) << "start, status, and five of the summary:\n" << out;
@@ -252,7 +253,7 @@ TEST_F(PlayTest, RefusesABufferThatCantHoldTwoPeriods)
 {
     for (const char* options :
          {"--device null --buffer 1 ", "--device null --buffer 959 --period 480 "}) {
-        EXPECT_EQ(play(options + recording, "timeout -s KILL 10 "), 2) << options;
+        EXPECT_EQ(play(options + recording), 2) << options;
         EXPECT_THAT(err, HasSubstr(" frames is less than two periods of the device, "));
         EXPECT_THAT(out, IsEmpty());
     }

@@ -80,10 +80,7 @@ protected:
     /// Plays what a shell's command writes.
     int playOutputOf(const std::string& command, const std::string& arguments)
     {
-        const std::string line = "{ " + command + "; } 2>/dev/null | " KELDA_PLAY " " +
-                                 clickRemoval + arguments + " >" + path("out") + " 2>" +
-                                 path("err");
-        return finish(std::system(line.c_str()));
+        return run("{ " + command + "; } 2>/dev/null | " + player() + arguments + kept());
     }
 
     /// Writes samples that count from 1 on.
@@ -252,10 +249,9 @@ TEST_F(RawInputTest, PlaysAPipeFrameForFrame)
 TEST_F(RawInputTest, PlaysAFileAndGoesOnWithFilesBehindIt)
 {
     createNumbers("numbers", 1000);
-    const std::string command = std::string(KELDA_PLAY) + " " + clickRemoval + patient + outputs() +
-                                mono + recording + " <" + path("numbers") + " >" + path("out") +
-                                " 2>" + path("err");
-    ASSERT_EQ(finish(std::system(command.c_str())), 0) << err;
+    ASSERT_EQ(
+        run(player() + patient + outputs() + mono + recording + " <" + path("numbers") + kept()), 0)
+        << err;
     const Sound sound = load(recording);
     const std::vector<double> heard = recorded(1000 + sound.frames()).samples;
     EXPECT_TRUE(std::equal(sound.samples.begin(), sound.samples.end(), heard.begin() + 1000));
@@ -271,6 +267,7 @@ TEST_F(RawInputTest, StartsWhenTheFirstSoundComes)
 
 TEST_F(RawInputTest, LosesNothingOfAStreamThatStalls)
 {
+    time.goOnWithoutInput();
     createNumbers("numbers", 30'000);
     ASSERT_EQ(playOutputOf("head -c 20000 " + path("numbers") + "; sleep 2; tail -c +20001 " +
                                path("numbers"),
@@ -284,6 +281,7 @@ TEST_F(RawInputTest, LosesNothingOfAStreamThatStalls)
 
 TEST_F(RawInputTest, SurvivesAProducerThatIsTooSlow)
 {
+    time.goOnWithoutInput();
     createNumbers("numbers", 9'600);
     ASSERT_EQ(playOutputOf("for i in 0 1 2 3 4 5 6 7 8 9; do tail -c +$((i * 1920 + 1)) " +
                                path("numbers") + " | head -c 1920; sleep 0.1; done",
@@ -297,10 +295,10 @@ TEST_F(RawInputTest, EndsOnCtrlCWhileItWaitsForThePipe)
 {
     ASSERT_EQ(mkfifo(path("fifo").c_str(), 0600), 0);
     std::fstream writer(path("fifo")); // which writes nothing
-    const std::string command = "exec " KELDA_PLAY " " + mono + "<" + path("fifo") + " >" +
-                                path("out") + " 2>" + path("err");
+    time.goOnWithoutInput();
     for (const int signal : {SIGINT, SIGTERM}) {
-        EXPECT_EQ(interruptCommand(command, signal), 0) << err;
+        EXPECT_EQ(interruptCommand(player() + mono + "<" + path("fifo") + kept(), signal), 0)
+            << err;
         EXPECT_LT(latency.count(), 2) << "s";
         EXPECT_THAT(out, HasSubstr("\nplayed        0.000 s in "));
     }
@@ -331,9 +329,10 @@ TEST_F(RawInputTest, TellsInOneLineWhatIsWrong)
         EXPECT_THAT(err, HasSubstr(message)) << arguments;
         EXPECT_EQ(numLines(err), 1U) << err;
     }
-    const std::string command = "NO_COLOR=1 script -qfec '" KELDA_PLAY " " + mono +
-                                "' /dev/null >" + path("out") + " 2>" + path("err") + " </dev/null";
-    EXPECT_EQ(finish(std::system(command.c_str())), 1);
+    clickRemoval.clear();
+    EXPECT_EQ(
+        run("NO_COLOR=1 script -qfec '" + player() + mono + "' /dev/null" + kept() + " </dev/null"),
+        1);
     EXPECT_EQ(out, "kelda-play: standard input is a terminal: raw audio comes from a pipe or a "
                    "file\r\n");
 }

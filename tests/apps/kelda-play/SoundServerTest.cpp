@@ -21,6 +21,7 @@ protected:
         if (const std::string missing = SoundServer::missing(GetParam()); !missing.empty()) {
             GTEST_SKIP() << missing;
         }
+        isVirtual = false; // the server's time is real
     }
 
     /// Plays this file to the server; what its sink has played meanwhile.

@@ -55,12 +55,14 @@ protected:
 class TerminalTest : public PlayTest
 {
 protected:
+    TerminalTest() { clickRemoval.clear(); }
+
     /// Plays on a terminal that is so wide; what it shows is `out`.
     int playOnTerminal(unsigned short columns, const std::string& arguments,
                        const std::string& before = "")
     {
         const std::string command =
-            "export TERM=xterm; unset NO_COLOR; " + before + KELDA_PLAY " " + arguments;
+            "export TERM=xterm; unset NO_COLOR; " + before + player() + arguments;
         winsize size{24, columns, 0, 0};
         int terminal = -1;
         const pid_t process = forkpty(&terminal, nullptr, nullptr, &size);

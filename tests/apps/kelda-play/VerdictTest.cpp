@@ -130,17 +130,17 @@ TEST_F(PlayVerdictTest, DrawsAnAxisUntilTheEnd)
 TEST_F(PlayVerdictTest, TellsOfADeviceThatWasAway)
 {
     FaultySoundCard card;
-    std::thread away([&card] {
-        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-        while (card->framesTaken < 60'000 && std::chrono::steady_clock::now() < end) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
+    Json event;
+    const auto playOn = [&] {
+        event = playAsJson("--device faulty --duration 4 --loop " + recording);
+        return 0;
+    };
+    doWhile(playOn, [&] {
+        EXPECT_TRUE(time.runUntil([&] { return card->framesTaken >= 60'000; }));
         card->isGone = true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(500));
+        pass(std::chrono::milliseconds(500));
         card->isGone = false;
     });
-    const Json event = playAsJson("--device faulty --duration 4 --loop " + recording);
-    away.join();
     EXPECT_THAT(event.value("verdict", ""), AnyOf("Interrupted", "Not in sync"));
     EXPECT_GE(event.value("events", 0), 1);
 }
