@@ -1,12 +1,12 @@
 #include "audioUtils/PcmQueue.h"
 
 #include <algorithm>
-#include <future>
 #include <iterator>
 #include <numeric>
 
 #include <gmock/gmock.h>
 
+#include "support/BlockedCall.h"
 #include "support/LogCapture.h"
 
 using audioUtils::PcmQueue;
@@ -131,11 +131,10 @@ TEST_F(PcmQueueTest, HoldsAsMuchAsConfigured)
     configure(true, 100);
     ASSERT_TRUE(queue.write(start, audio(100)));
     EXPECT_EQ(heldBytes(), 19200U);
-    auto blocked = std::async([this] { return queue.write(start + 100 * ms, Bytes(4)); });
-    EXPECT_EQ(blocked.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout)
-        << "one frame more does not fit";
+    auto oneFrameMore =
+        testSupport::blockedCall([this] { return queue.write(start + 100 * ms, Bytes(4)); });
     queue.abortWrite();
-    EXPECT_FALSE(blocked.get());
+    EXPECT_FALSE(resultOf(oneFrameMore));
 }
 
 TEST_F(PcmQueueTest, LogsItsConfiguration)

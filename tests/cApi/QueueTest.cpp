@@ -1,6 +1,5 @@
 #include "audioUtils/PcmQueue.h"
 
-#include <future>
 #include <numeric>
 #include <random>
 #include <vector>
@@ -59,7 +58,7 @@ protected:
         EXPECT_EQ(frames, block);
     }
 
-    std::future<kelda_status> blockedWrite()
+    testSupport::BlockedCall<kelda_status> blockedWrite()
     {
         fill();
         return blockedCall([this] { return write(start + 200 * ms); });

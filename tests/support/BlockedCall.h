@@ -6,7 +6,6 @@
 #include <fstream>
 #include <future>
 #include <string>
-#include <thread>
 #include <utility>
 
 #include <gtest/gtest.h>
@@ -14,39 +13,54 @@
 
 namespace testSupport {
 
-/// The result of a call on another thread; a call that hangs ends the whole program with a message
-/// instead of holding up the tests.
+/// A call on a thread of its own.
 template<typename T>
-T resultOf(std::future<T>& future)
+struct BlockedCall
 {
-    if (future.wait_for(std::chrono::seconds(60)) != std::future_status::ready) {
+    std::future<T> result;
+    pid_t thread;
+};
+
+/// What it returns; a call that hangs ends the whole program with a message instead of holding up
+/// the tests.
+template<typename T>
+T resultOf(BlockedCall<T>& call)
+{
+    if (call.result.wait_for(std::chrono::seconds(60)) != std::future_status::ready) {
         ADD_FAILURE() << "the call was not released";
         std::fflush(stdout);
         std::_Exit(1);
     }
-    return future.get();
+    return call.result.get();
 }
 
-template<typename T>
-bool isBlocked(const std::future<T>& future)
-{
-    return future.wait_for(std::chrono::milliseconds(30)) == std::future_status::timeout;
-}
-
-/// Whether a thread of this process sleeps; true where that can't be known.
+/// Whether a thread of this process sleeps: not so from the moment on when it is woken, though it
+/// may get a processor much later.
 inline bool isAsleep(pid_t thread)
 {
     std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/stat");
     std::string stat;
     std::getline(file, stat, '\0');
     const std::size_t name = stat.rfind(')');
-    return name == std::string::npos || stat.compare(name, 3, ") S") == 0;
+    return name != std::string::npos && stat.compare(name, 3, ") S") == 0;
 }
 
-/// Calls on another thread what is to block, and returns when it does: however busy the machine,
-/// the thread has got there.
+/// Whether a call waits for something. Returns when it has got there, or has returned, however busy
+/// the machine.
+template<typename T>
+bool isBlocked(const BlockedCall<T>& call)
+{
+    while (call.result.wait_for(std::chrono::milliseconds(1)) != std::future_status::ready) {
+        if (isAsleep(call.thread)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+/// Calls on another thread, and returns when the call is at work there.
 template<typename Call>
-auto blockedCall(Call call)
+auto callElsewhere(Call call)
 {
     std::promise<pid_t> thread;
     auto begun = thread.get_future();
@@ -55,13 +69,16 @@ auto blockedCall(Call call)
                                  thread.set_value(gettid());
                                  return call();
                              });
-    const pid_t caller = begun.get();
-    bool isThere = false;
-    for (int i = 0; i < 10'000 && !isThere; ++i) {
-        isThere = isBlocked(result) && isAsleep(caller);
-    }
-    EXPECT_TRUE(isThere);
-    return result;
+    return BlockedCall<decltype(call())>{std::move(result), begun.get()};
+}
+
+/// Calls on another thread what is to block, and returns when it does.
+template<typename Call>
+auto blockedCall(Call call)
+{
+    auto blocked = callElsewhere(std::move(call));
+    EXPECT_TRUE(isBlocked(blocked));
+    return blocked;
 }
 
 } // namespace testSupport
