@@ -95,7 +95,7 @@ TEST_F(JsonTest, TellsEachSecondHowItGoes)
     EXPECT_NEAR(last.at("filePosition"), last.at("position"), 0.7) << "what the device holds";
     EXPECT_GT(last.at("delay"), 100) << "ms";
     EXPECT_LE(last.at("queue"), 500) << "ms";
-    EXPECT_LT(std::abs(last.at("error").get<double>()), 90'000) << "us";
+    EXPECT_LT(std::abs(last.at("error").get<double>()), 100) << "us";
     EXPECT_EQ(last.at("underruns"), 0);
 }
 

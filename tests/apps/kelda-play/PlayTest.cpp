@@ -146,16 +146,16 @@ TEST_F(PlayTest, IsInTimeAgainAfterALossLongerThanTheQueue)
     EXPECT_TRUE(same(0, 23'000, 0));
     // The queue ran empty, so the reader has found its place again by the clock alone.
     bool found = false;
-    for (std::ptrdiff_t shift = -480; shift <= 480; ++shift) {
+    for (std::ptrdiff_t shift = -48; shift <= 48; ++shift) {
         found = found || same(60'000, 69'000, shift);
     }
-    EXPECT_TRUE(found) << "within 10 ms";
+    EXPECT_TRUE(found) << "within 1 ms";
 }
 
 TEST_F(PlayTest, EndsDuringALoss)
 {
     EXPECT_EQ(interrupt(patient + "--gap 0.5:60000 --loop " + recording, SIGINT), 0) << err;
-    EXPECT_LT(latency.count(), 5) << "s";
+    EXPECT_LT(latency.count(), 1) << "s";
 }
 
 TEST_F(PlayTest, KeepsTimeWithJitteringTimestamps)
@@ -182,16 +182,16 @@ TEST_F(PlayTest, TracesEveryBlock)
     }
     EXPECT_EQ(frames, device.frames());
     EXPECT_EQ(data, load(recording).frames());
-    // Block after block is due a period later, but for the time that a late thread is late.
+    // Block after block is due a period later.
     const auto span = static_cast<double>(rows.back().due - rows.front().due);
-    EXPECT_NEAR(span, static_cast<double>(rows.size() - 1) * 10e6, 300e6);
+    EXPECT_NEAR(span, static_cast<double>(rows.size() - 1) * 10e6, 1e6);
 }
 
 TEST_F(PlayTest, EndsCleanlyOnCtrlC)
 {
     for (const int signal : {SIGINT, SIGTERM}) {
         EXPECT_EQ(interrupt(patient + outputs() + "--loop " + recording, signal), 0) << err;
-        EXPECT_LT(latency.count(), 5) << "s; it has not played to the end";
+        EXPECT_LT(latency.count(), 1) << "s; it has not played to the end";
         EXPECT_THAT(out, HasSubstr("\nplayed "));
         EXPECT_THAT(out, HasSubstr("\ntiming error "));
         EXPECT_GT(load(path("r.wav")).frames(), 48000U) << "the recording is whole";
