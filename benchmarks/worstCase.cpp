@@ -213,7 +213,7 @@ void measureDevice()
         return std::pair<Call, Call>(
             nothing, [block, device = open()](int) { device->write(block->data(), frames); });
     });
-    measure("  ::getCompensatedRenderingDelay", [&] {
+    measure("AlsaOutputDevice::getCompensatedRenderingDelay", [&] {
         return std::pair<Call, Call>(nothing, [device = open()](int) {
             static_cast<void>(device->getCompensatedRenderingDelay());
         });

@@ -10,11 +10,12 @@ say() { printf '%s\n' "$*" >&2; }
 
 . scripts/apt.sh
 
-# build PRESET [TARGET]: configures and builds one of the presets of CMakePresets.json. What it
+# build PRESET [TARGET...]: configures and builds one of the presets of CMakePresets.json. What it
 # prints goes to standard error: standard output belongs to the program that is built.
-build() {
-    { cmake --preset "$1" && cmake --build --preset "$1" ${2:+--target "$2"}; } >&2
-}
+build() (
+    preset=$1 && shift
+    { cmake --preset "$preset" && cmake --build --preset "$preset" ${1:+--target "$@"}; } >&2
+)
 
 # run_tests PRESET [--without LABELS] [OPTIONS]: runs a preset's tests, but those with a label that
 # matches. What plays in real time (label "timing") mostly waits, so more of it runs at a time; it can
@@ -37,3 +38,10 @@ run_tests() (
     done
     return "$status"
 )
+
+# side_by_side COMMAND... <ARGUMENTS: runs COMMAND with each line behind it, as many at a time as there are
+# processors. What one prints is shown whole, when it ends. Fails when one does.
+side_by_side() {
+    # shellcheck disable=SC2016 # for the inner shell
+    xargs -d '\n' -P "$(nproc)" -n 1 sh -c 'said=$("$@" 2>&1); status=$?; printf "%s\n" "$said"; exit "$status"' sh "$@"
+}

@@ -7,6 +7,6 @@ has pipewire-audio pipewire-alsa
 [ -n "$(gone pulseaudio)" ] || { echo 'This desktop has nothing to lose'; exit 1; }
 
 cd "$project"
-# shellcheck disable=SC2086 # one word a package is meant
+# shellcheck disable=SC2046,SC2086 # one word a package is meant
 lost=$(gone $(awk '/^[^#]/ && !/ server/ { print $1 }' scripts/packages))
 [ -z "$lost" ] || { echo "scripts/packages would cost it $lost"; exit 1; }
