@@ -62,6 +62,8 @@ worse 'a library | 1200 bytes | 1000 bytes'
 worse 'of the lines | 98.9 % | 99.3 %'
 fine 'of the faults'
 fine 'another library'
+section Slower | sed -n 's/^| \([a-z].*\) | [0-9].*/\1/p' | cut -d '|' -f 1 | xargs | grep -qx 'a call at worst a library of the lines' ||
+    fail 'the worst is not first'
 told '| another library | 4000 bytes | 5000 bytes | 0.5 % | better |'
 section Failed | grep -qx -e '- Not run: Tidiness' || fail 'not told to be left out'
 ! grep -q 'clang-tidy has nothing' "$work/page" || fail 'clean, though not looked at'
@@ -101,10 +103,11 @@ END
 ends_with 1
 told '- Not measured: figures of: The benchmarks'
 
-night 3.0.0 'a box' <<'END'
+night 1.11.0 'a box' <<'END'
 step | clang | All tests | 1 | 60 | 60
 END
 ends_with 1
+told 'It is compared with 1.10.0,'
 told '- Failed: All tests'
 told '| All tests | **failed** |'
 
