@@ -23,7 +23,7 @@ bool runs(const std::string& command)
 template<typename Condition>
 bool comesTrue(Condition condition)
 {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
     while (!condition()) {
         if (std::chrono::steady_clock::now() > end) {
             return false;
@@ -171,15 +171,15 @@ bool SoundServer::start()
             path("pulse-socket") +
             "' -L 'module-null-sink sink_name=speaker format=s16le rate=48000 channels=2 " +
             m_sinkOptions + "'" + toLog);
-        return comesTrue([] { return runs("timeout 1 pactl info"); });
+        return comesTrue([] { return runs("timeout 20 pactl info"); });
     }
     m_server = std::make_unique<Process>("pipewire" + toLog);
-    if (!comesTrue([] { return runs("timeout 1 pw-cli info 0"); })) {
+    if (!comesTrue([] { return runs("timeout 20 pw-cli info 0"); })) {
         return false;
     }
     m_session = std::make_unique<Process>("pipewire-media-session" + toLog);
     return comesTrue(
-        [] { return runs("timeout 1 pw-metadata 0 default.audio.sink | grep speaker"); });
+        [] { return runs("timeout 20 pw-metadata 0 default.audio.sink | grep speaker"); });
 }
 
 void SoundServer::crash()

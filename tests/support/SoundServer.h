@@ -36,7 +36,8 @@ public:
     SoundServer(const SoundServer&) = delete;
     SoundServer& operator=(const SoundServer&) = delete;
 
-    /// Starts it, also again after crash(), and waits until it can be played into: false after 5 s.
+    /// Starts it, also again after crash(), and waits until it can be played into: false after a
+    /// minute.
     [[nodiscard]] bool start();
 
     /// Ends it from one moment to the next. Clients, record() too, lose their connection.
@@ -46,7 +47,7 @@ public:
     void stop();
 
     /// Writes what the sink plays as raw S16LE stereo; waits until the first of it is there: null
-    /// after 5 s. Ends with the object.
+    /// after a minute. Ends with the object.
     /// @param latency at which PulseAudio may tell; its sink renders no further ahead
     [[nodiscard]] std::unique_ptr<Process>
     record(const std::filesystem::path& file,
