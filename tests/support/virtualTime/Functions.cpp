@@ -22,9 +22,6 @@ using namespace testSupport::virtualTime;
 
 namespace {
 
-// Before the program's first thread can sleep.
-[[maybe_unused]] Time* const loaded = Time::current();
-
 /// Waits as long as it lives, or until it has been woken.
 template<typename Kind>
 class Waiting : public Kind

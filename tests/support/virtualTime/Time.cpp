@@ -38,26 +38,34 @@ SharedPointer takeFromEnvironment()
     }
     SharedPointer shared = map(path);
     unsetenv(fileVariable);
+    unsetenv("LD_PRELOAD");
     return shared;
 }
 
+// Real time until there is one: what a sanitizer and libc do before.
+constinit std::atomic<Time*> running = nullptr;
+
 __attribute__((destructor)) void end()
 {
-    if (Time* const time = Time::current()) {
+    if (Time* const time = running) {
         time->end();
     }
 }
 
 } // namespace
 
-// Never destroyed: threads may sleep until the process is gone.
 Time* Time::current()
 {
-    static Time* const time = [] {
-        SharedPointer shared = takeFromEnvironment();
-        return shared ? new Time(std::move(shared)) : nullptr;
-    }();
-    return time;
+    return running;
+}
+
+// Before the program's first thread can sleep. Never destroyed: threads may sleep until the process
+// is gone.
+void Time::begin()
+{
+    if (SharedPointer shared = takeFromEnvironment()) {
+        running = new Time(std::move(shared));
+    }
 }
 
 Time::Time(SharedPointer shared)
@@ -139,6 +147,11 @@ void Time::moveOn()
         m_shared->heldAt = limit;
     }
     reallySleep(200'000); // what comes next comes from outside
+}
+
+__attribute__((constructor)) static void begin()
+{
+    Time::begin();
 }
 
 } // namespace testSupport::virtualTime

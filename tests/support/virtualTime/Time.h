@@ -21,6 +21,9 @@ public:
     /// @return null where time is the real one
     static Time* current();
 
+    /// Once, when the library is loaded: takes the file that the environment names, if it does.
+    static void begin();
+
     /// ns since the process was loaded; asking moves it on.
     [[nodiscard]] std::int64_t now();
 
