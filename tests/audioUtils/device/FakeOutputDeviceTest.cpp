@@ -764,7 +764,6 @@ TEST(FakeOutputDeviceRealTimeTest, TakesASecondForASecondOfAudio)
     }
     const TimeValue elapsed = miscUtils::getMonotonicRawSysclockTime() - before;
     EXPECT_GE(elapsed, 960 * ms); // all but the buffer has been played
-    EXPECT_LE(elapsed, 10'000 * ms);
 }
 
 TEST(FakeOutputDeviceRealTimeTest, NeverReturnsBeforeTheBoundaryThatMadeRoom)

@@ -178,6 +178,8 @@ snd_pcm_status_get_htstamp(const snd_pcm_status_t* status, snd_htimestamp_t* tim
         *time = fromNanoseconds(control->systemTimestamp);
     } else if (control != nullptr && takesAway(control->zeroTimestamps)) {
         *time = {};
+    } else if (control != nullptr && control->virtualTime != 0) {
+        *time = fromNanoseconds(control->virtualTime);
     }
 }
 

@@ -78,7 +78,8 @@ struct Control
     std::atomic<bool> hangsOnOpen;          // as long as it is set
     std::atomic<bool> spinsOnWrite;         // the same; and uses up a processor
     std::atomic<std::uint32_t> numStuck;    // callers that this holds up now
-    std::atomic<std::int64_t> virtualTime;  // ns; moves on while a writer waits. 0: the real one
+    // ns; moves on while a writer waits, and statuses tell it. 0: the real one
+    std::atomic<std::int64_t> virtualTime;
 
     // One fault, when the card is to take the frame `faultAtFrame` or a later one: -EPIPE (what it
     // holds is lost), -ESTRPIPE (it pauses until resumed), -EINTR, -EAGAIN, -ENODEV (as isGone),
