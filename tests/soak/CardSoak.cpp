@@ -1,6 +1,5 @@
 #include "CardSoak.h"
 
-#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -12,15 +11,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "miscUtils/TimeValue.h"
 #include "support/FaultySoundCard.h"
 #include "support/NumberedSound.h"
+#include "support/VirtualTime.h"
 
 namespace keldaSoak {
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
 using std::chrono::duration;
 using testSupport::FaultySoundCard;
 
@@ -59,14 +57,16 @@ public:
     CardSoak play()
     {
         testSupport::createNumberedFrames(path("numbered.wav"), m_frames);
-        std::thread player([this] {
-            const int status = std::system(command().c_str());
+        const std::string line = command();
+        m_time.holdAt(std::chrono::nanoseconds(0));
+        std::thread player([&] {
+            const int status = std::system(line.c_str());
             m_result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
-            m_ended = true;
         });
-        if (hasStarted()) {
+        if (m_time.runUntil([this] { return m_card->framesPlayed >= sampleRate / 2; })) {
             failAndWatch();
         }
+        m_time.release();
         player.join();
         m_result.messages = textOf(path("err"));
         m_result.summary = textOf(path("out"));
@@ -77,35 +77,26 @@ public:
 private:
     [[nodiscard]] std::string path(const char* name) const { return m_card.folder() / name; }
 
-    [[nodiscard]] std::string command() const
+    [[nodiscard]] std::string command()
     {
         const std::string mode =
             m_mode == Mode::Exact ? "--no-click-removal " : "--correct resample --source-ppm 80 ";
-        return "LD_PRELOAD=" + FaultySoundCard::library +
-               " ASAN_OPTIONS=verify_asan_link_order=0 " KELDA_PLAY
-               " --device faulty --period 480 --buffer 9600 " +
-               mode + "--trace " + path("trace.csv") + " " + path("numbered.wav") + " >" +
-               path("out") + " 2>" + path("err") + " </dev/null";
-    }
-
-    [[nodiscard]] bool hasStarted() const
-    {
-        while (m_card->framesPlayed < sampleRate / 2 && !m_ended) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        }
-        return !m_ended;
+        return m_time.environment(FaultySoundCard::library) +
+               KELDA_PLAY " --device faulty --period 480 --buffer 9600 " + mode + "--trace " +
+               path("trace.csv") + " " + path("numbered.wav") + " >" + path("out") + " 2>" +
+               path("err") + " </dev/null";
     }
 
     void failAndWatch()
     {
-        const auto start = Clock::now();
-        const auto since = [start] { return duration<double>(Clock::now() - start).count(); };
+        const auto start = m_time.now();
+        const auto since = [&] { return duration<double>(m_time.now() - start).count(); };
         const double tenth = m_options.seconds / 10;
-        Faults faults(m_card, m_options.seed);
+        Faults faults(m_card, m_time, m_options.seed);
         double next = faults.pause(m_options.leastPause, m_options.mostPause);
         // The last fault is to have its aftermath, and to be over before the stream is.
         const double lastFault = m_options.seconds - m_options.leastPause - 4;
-        while (!m_ended && since() < m_options.seconds - 2) {
+        while (since() < m_options.seconds - 2 && m_time.pass(std::chrono::milliseconds(10))) {
             if (since() >= next && next < lastFault) {
                 m_result.faults.push_back(faults.injectNext());
                 const Fault& fault = m_result.faults.back();
@@ -116,23 +107,19 @@ private:
             if (since() >= static_cast<double>(m_result.residentKib.size() + 1) * tenth) {
                 m_result.residentKib.push_back(residentKib(m_card->process));
             }
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
         }
-        m_end = static_cast<std::int64_t>(miscUtils::getMonotonicRawSysclockTime());
+        m_end = m_time.monotonic();
     }
 
     void evaluate()
     {
         const std::vector<testSupport::TraceRow> trace = testSupport::readTrace(path("trace.csv"));
-        m_result.hostsUnderruns = hostsUnderruns(m_result.faults, trace);
+        m_result.unexplainedUnderruns = unexplainedUnderruns(m_result.faults, trace);
         if (m_mode == Mode::Exact) {
             m_result.accounts = settle(m_frames, m_card.played<std::uint32_t>(),
                                        m_card.dropped<std::uint32_t>(), m_card->drops, trace);
         } else {
-            std::vector<Fault> all = m_result.faults;
-            all.insert(all.end(), m_result.hostsUnderruns.begin(), m_result.hostsUnderruns.end());
-            std::ranges::sort(all, {}, &Fault::start);
-            m_result.recovery = recoveryFrom(all, m_end, trace);
+            m_result.recovery = recoveryFrom(m_result.faults, m_end, trace);
         }
         if (const char* kept = std::getenv("KELDA_SOAK_KEEP")) {
             std::filesystem::copy(m_card.folder(), kept,
@@ -145,7 +132,7 @@ private:
     CardSoakOptions m_options;
     std::uint32_t m_frames;
     FaultySoundCard m_card;
-    std::atomic<bool> m_ended = false;
+    testSupport::VirtualTime m_time;
     std::int64_t m_end = 0;
     CardSoak m_result;
 };

@@ -29,7 +29,7 @@ struct CardSoak
     std::string messages; ///< its standard error
     std::string summary;  ///< its standard output
     std::vector<Fault> faults;
-    std::vector<Fault> hostsUnderruns;
+    std::vector<Fault> unexplainedUnderruns;
     Accounts accounts;             ///< of Mode::Exact
     Recovery recovery;             ///< of Mode::InSync
     std::vector<long> residentKib; ///< from a tenth of the time on, by the tenth

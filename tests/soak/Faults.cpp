@@ -3,21 +3,12 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <csignal>
-#include <thread>
-
-#include "miscUtils/TimeValue.h"
 
 namespace keldaSoak {
 
 using testSupport::faultyPcm::Call;
 
 namespace {
-
-std::int64_t now()
-{
-    return static_cast<std::int64_t>(miscUtils::getMonotonicRawSysclockTime());
-}
 
 std::string forMs(int milliseconds)
 {
@@ -31,7 +22,9 @@ std::string times(unsigned int count)
 
 } // namespace
 
-Faults::Faults(testSupport::FaultySoundCard& card, unsigned int seed) : m_card(card), m_random(seed)
+Faults::Faults(testSupport::FaultySoundCard& card, testSupport::VirtualTime& time,
+               unsigned int seed)
+    : m_card(card), m_time(time), m_random(seed)
 {
 }
 
@@ -65,9 +58,9 @@ Fault Faults::injectNext()
     }
     const Kind kind = m_deck.back();
     m_deck.pop_back();
-    Fault fault{kind.name, "", now(), 0};
+    Fault fault{kind.name, "", m_time.monotonic(), 0};
     fault.detail = (this->*kind.inject)();
-    fault.end = now();
+    fault.end = m_time.monotonic();
     return fault;
 }
 
@@ -81,10 +74,22 @@ int Faults::chosen(int least, int most)
     return std::uniform_int_distribution<int>(least, most)(m_random);
 }
 
+void Faults::pass(int milliseconds)
+{
+    static_cast<void>(m_time.pass(std::chrono::milliseconds(milliseconds)));
+}
+
+template<typename Condition>
+void Faults::await(Condition condition)
+{
+    const auto end = m_time.now() + std::chrono::seconds(5);
+    static_cast<void>(m_time.runUntil([&] { return condition() || m_time.now() > end; }));
+}
+
 int Faults::lasting(int leastMs, int mostMs)
 {
     const int milliseconds = chosen(leastMs, mostMs);
-    std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+    pass(milliseconds);
     return milliseconds;
 }
 
@@ -94,10 +99,7 @@ void Faults::failNow(int error, unsigned int repeats, unsigned int everyFrames)
     m_card->faultEvery = everyFrames;
     m_card->faultAtFrame = m_card->framesTaken.load();
     m_card->fault = error;
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-    while (m_card->fault != 0 && std::chrono::steady_clock::now() < end) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
+    await([this] { return m_card->fault == 0; });
 }
 
 std::string Faults::injectXrun()
@@ -147,13 +149,10 @@ std::string Faults::injectSlowWrites()
 std::string Faults::vanishFor(int milliseconds)
 {
     m_card->isGone = true;
-    std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+    pass(milliseconds);
     const std::uint32_t opens = m_card->opens;
     m_card->isGone = false;
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-    while (m_card->opens == opens && std::chrono::steady_clock::now() < end) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1)); // tried again every 2 s
-    }
+    await([&] { return m_card->opens != opens; }); // tried again every 2 s
     return forMs(milliseconds);
 }
 
@@ -191,7 +190,7 @@ std::string Faults::injectNegativeDelay()
 
 std::string Faults::injectFrozenDelay()
 {
-    m_card->systemTimestamp = now();
+    m_card->systemTimestamp = m_time.monotonic();
     m_card->statusDelay = static_cast<std::int64_t>(m_card->framesTaken - m_card->framesPlayed -
                                                     m_card->framesDropped);
     m_card->overridesStatus = true;
@@ -204,10 +203,7 @@ std::string Faults::injectZeroTimestamps()
 {
     const int count = chosen(1, 100);
     m_card->zeroTimestamps = static_cast<std::uint32_t>(count);
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-    while (m_card->zeroTimestamps != 0 && std::chrono::steady_clock::now() < end) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
+    await([this] { return m_card->zeroTimestamps == 0; });
     return times(static_cast<unsigned int>(count));
 }
 
@@ -230,9 +226,8 @@ std::string Faults::injectFailingStatus()
 
 std::string Faults::injectStall()
 {
-    kill(m_card->process, SIGSTOP);
-    const int milliseconds = lasting(20, 600);
-    kill(m_card->process, SIGCONT);
+    const int milliseconds = chosen(20, 600);
+    m_time.leap(std::chrono::milliseconds(milliseconds));
     return forMs(milliseconds);
 }
 

@@ -6,10 +6,11 @@
 #include <vector>
 
 #include "support/FaultySoundCard.h"
+#include "support/VirtualTime.h"
 
 namespace keldaSoak {
 
-/// What happened to the card, when. Times in ns of the monotonic raw clock.
+/// What happened to the card, when. Times in ns of the player's monotonic raw clock.
 struct Fault
 {
     std::string kind;
@@ -23,7 +24,7 @@ struct Fault
 class Faults
 {
 public:
-    Faults(testSupport::FaultySoundCard& card, unsigned int seed);
+    Faults(testSupport::FaultySoundCard& card, testSupport::VirtualTime& time, unsigned int seed);
 
     /// Lets the next fault happen, and returns when it is over.
     Fault injectNext();
@@ -57,12 +58,17 @@ private:
     std::string injectStall();
 
     int chosen(int least, int most);
+    void pass(int milliseconds);
+    /// Until something has become so, 5 s at most.
+    template<typename Condition>
+    void await(Condition condition);
     /// Waits so long, by chance; @return that in ms
     int lasting(int leastMs, int mostMs);
     void failNow(int error, unsigned int repeats, unsigned int everyFrames);
     std::string vanishFor(int milliseconds);
 
     testSupport::FaultySoundCard& m_card;
+    testSupport::VirtualTime& m_time;
     std::mt19937 m_random;
     std::vector<Kind> m_deck;
 };

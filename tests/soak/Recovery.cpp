@@ -91,8 +91,8 @@ Recovery recoveryFrom(const std::vector<Fault>& faults, std::int64_t end,
     return recovery;
 }
 
-std::vector<Fault> hostsUnderruns(const std::vector<Fault>& faults,
-                                  const std::vector<TraceRow>& trace)
+std::vector<Fault> unexplainedUnderruns(const std::vector<Fault>& faults,
+                                        const std::vector<TraceRow>& trace)
 {
     std::vector<Fault> found;
     for (const TraceRow& row : trace) {

@@ -10,7 +10,7 @@ namespace keldaSoak {
 
 /// How the sync error came back after faults.
 ///
-/// Single errors are off by up to half a frame, 10 us, and by what a busy machine adds. So a second
+/// Single errors are off by up to half a frame, 10 us, and by what the fault adds. So a second
 /// is in sync when it has no interruption, and the median of its blocks' errors lies below the
 /// limit. A fault is recovered from when every second that begins from then on, up to the next
 /// fault, is in sync.
@@ -38,8 +38,9 @@ struct Recovery
 [[nodiscard]] Recovery recoveryFrom(const std::vector<Fault>& faults, std::int64_t end,
                                     const std::vector<testSupport::TraceRow>& trace);
 
-/// Underruns that no fault explains: the player or the card was not served in time.
-[[nodiscard]] std::vector<Fault> hostsUnderruns(const std::vector<Fault>& faults,
-                                                const std::vector<testSupport::TraceRow>& trace);
+/// Underruns that no fault explains.
+[[nodiscard]] std::vector<Fault>
+unexplainedUnderruns(const std::vector<Fault>& faults,
+                     const std::vector<testSupport::TraceRow>& trace);
 
 } // namespace keldaSoak

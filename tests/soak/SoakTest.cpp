@@ -60,18 +60,18 @@ TEST(RecoveryTest, TellsWhenTheErrorIsBack)
     EXPECT_EQ(recoveryFrom(faults, 450 * block10ms, trace).lasting(), 1U);
 }
 
-// Real time: other work on the machine may make it late, but never lose count.
 TEST(SoakTest, NoFrameIsLostOrRepeatedUncounted)
 {
     CardSoakOptions options;
-    options.seconds = 25;
+    options.seconds = 40; // each kind of fault once
     options.leastPause = 0.5;
     options.mostPause = 1.5;
     const CardSoak soak = playOnFailingCard(Mode::Exact, options);
     const bool isWhole = soak.accounts.skipped + soak.accounts.unheard == 0;
     EXPECT_TRUE(soak.hasPlayed()) << soak.messages;
     EXPECT_TRUE(isWhole || soak.status == CardSoak::notAllHeard) << "a loss that is not told";
-    EXPECT_GT(soak.faults.size(), 5U);
+    EXPECT_GE(soak.faults.size(), 15U);
+    EXPECT_TRUE(soak.unexplainedUnderruns.empty());
     EXPECT_EQ(soak.accounts.lostUncounted, 0U);
     EXPECT_EQ(soak.accounts.repeated, 0U);
     EXPECT_LE(soak.accounts.countedTwice, soak.accounts.inDoubt());

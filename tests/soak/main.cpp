@@ -31,7 +31,7 @@ void printFaults(const CardSoak& soak)
     for (const auto& [kind, count] : counts) {
         std::printf("  %-32s %10d\n", kind.c_str(), count);
     }
-    std::printf("%-34s %10zu\n", "ran dry by itself", soak.hostsUnderruns.size());
+    std::printf("%-34s %10zu\n", "ran dry by itself", soak.unexplainedUnderruns.size());
 }
 
 void print(const char* what, std::uint64_t frames)
@@ -98,7 +98,7 @@ bool soakWithCard(Mode mode, const CardSoakOptions& options)
     const std::size_t end = soak.summary.find("played  "); // after the status lines
     std::printf("the player ended with %d%s\n", soak.status,
                 end == std::string::npos ? "" : (":\n" + soak.summary.substr(end)).c_str());
-    const bool passed = isRight && isFlat && soak.hasPlayed();
+    const bool passed = isRight && isFlat && soak.hasPlayed() && soak.unexplainedUnderruns.empty();
     std::printf("%s\n", passed ? "PASSED" : "FAILED");
     return passed;
 }

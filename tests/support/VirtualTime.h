@@ -52,8 +52,7 @@ public:
     [[nodiscard]] bool runUntil(Condition condition)
     {
         while (!condition()) {
-            holdAt(now() + std::chrono::milliseconds(1));
-            if (!isHeld()) {
+            if (!pass(std::chrono::milliseconds(1))) {
                 return false;
             }
         }
@@ -70,6 +69,20 @@ public:
     /// Time goes on while the program waits for its standard input. Else what writes that takes no
     /// time.
     void goOnWithoutInput() { m_shared->waitsForInput = false; }
+
+    /// Lets so much of its time pass; it is held then.
+    /// @return false where it has ended before
+    [[nodiscard]] bool pass(Duration duration)
+    {
+        holdAt(now() + duration);
+        return isHeld();
+    }
+
+    /// What the program's monotonic clocks show, in ns, once it is loaded.
+    [[nodiscard]] std::int64_t monotonic() const
+    {
+        return m_shared->monotonicAtStart + m_shared->now;
+    }
 
     [[nodiscard]] Duration now() const { return Duration(m_shared->now); }
 

@@ -124,8 +124,7 @@ protected:
     /// Lets so much of the player's time pass.
     void pass(std::chrono::nanoseconds duration)
     {
-        time.holdAt(time.now() + duration);
-        EXPECT_TRUE(time.isHeld());
+        EXPECT_TRUE(time.pass(duration));
     }
 
     /// Runs a shell's command to its end.

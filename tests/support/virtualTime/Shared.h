@@ -25,6 +25,7 @@ struct Shared
     std::atomic<std::int64_t> heldAt = 0;   ///< the limit at which it stands, and all threads sleep
     std::atomic<bool> waitsForInput = true; ///< time stands still while it waits for standard input
     std::atomic<bool> hasEnded = false;
+    std::atomic<std::int64_t> monotonicAtStart = 0; ///< what the monotonic clocks showed then
 };
 
 struct Unmap

@@ -73,6 +73,7 @@ Time::Time(SharedPointer shared)
       m_realtime(realTime(CLOCK_REALTIME)),
       m_monotonic(realTime(CLOCK_MONOTONIC))
 {
+    m_shared->monotonicAtStart = m_monotonic;
     sigset_t all{};
     sigset_t before{};
     sigfillset(&all);
