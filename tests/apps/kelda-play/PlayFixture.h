@@ -122,10 +122,7 @@ protected:
     }
 
     /// Lets so much of the player's time pass.
-    void pass(std::chrono::nanoseconds duration)
-    {
-        EXPECT_TRUE(time.pass(duration));
-    }
+    void pass(std::chrono::nanoseconds duration) { EXPECT_TRUE(time.pass(duration)); }
 
     /// Runs a shell's command to its end.
     int run(const std::string& command) { return finish(std::system(command.c_str())); }
