@@ -19,14 +19,16 @@ endif()
 
 set(KELDA_SANITIZERS "" CACHE STRING "Sanitizers for every target, e.g. address,undefined")
 option(KELDA_COVERAGE "Instrument every target for gcov" OFF)
+set(KELDA_PROGRAM_OPTIONS "" CACHE STRING "How programs and tests are compiled, but not the libraries")
 option(KELDA_WARNINGS_AS_ERRORS "Fail the build on any warning" ON)
 
-# A cache of compilations, where a machine has one, that serves every checkout of this project. It
-# can't serve the notes that gcov needs: they name the folder.
+# A cache of compilations, where a machine has one, that serves every checkout of this project, and
+# precompiled headers. It can't serve the notes that gcov needs: they name the folder.
 find_program(KELDA_CCACHE ccache)
 if(KELDA_CCACHE AND NOT KELDA_COVERAGE)
   set(CMAKE_CXX_COMPILER_LAUNCHER ${CMAKE_COMMAND} -E env
-    CCACHE_BASEDIR=${CMAKE_SOURCE_DIR} CCACHE_NOHASHDIR=1 ${KELDA_CCACHE})
+    CCACHE_BASEDIR=${CMAKE_SOURCE_DIR} CCACHE_NOHASHDIR=1
+    CCACHE_SLOPPINESS=pch_defines,time_macros ${KELDA_CCACHE})
 endif()
 
 find_package(PkgConfig REQUIRED)
@@ -68,6 +70,33 @@ if(KELDA_COVERAGE)
   target_compile_options(kelda_options INTERFACE --coverage -fprofile-update=atomic)
   target_link_options(kelda_options INTERFACE --coverage)
 endif()
+
+# kelda_precompiled(NAME HEADERS...): headers that many sources read, all with the same options, are read
+# once. kelda_use_precompiled(NAME TARGETS...) are the targets of these sources, each of which still includes
+# what it needs: packages, and the preset "coverage", are built without.
+set(KELDA_CACHEABLE -fpch-preprocess) # as ccache asks for it
+if(CMAKE_CXX_COMPILER_ID STREQUAL Clang)
+  set(KELDA_CACHEABLE -Xclang -fno-pch-timestamp)
+endif()
+function(kelda_precompiled name)
+  set(source ${CMAKE_CURRENT_BINARY_DIR}/${name}.cpp)
+  file(CONFIGURE OUTPUT ${source} CONTENT "")
+  add_library(${name} OBJECT ${source})
+  target_link_libraries(${name} PRIVATE kelda_options)
+  target_compile_options(${name} PRIVATE ${KELDA_CACHEABLE})
+  target_precompile_headers(${name} PRIVATE ${ARGN})
+endfunction()
+function(kelda_use_precompiled name)
+  foreach(target ${ARGN})
+    target_compile_options(${target} PRIVATE ${KELDA_CACHEABLE})
+    target_precompile_headers(${target} REUSE_FROM ${name})
+  endforeach()
+endfunction()
+
+# kelda_quick(SOURCES...) are compiled with KELDA_QUICK.
+function(kelda_quick)
+  set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS "${KELDA_QUICK}" SKIP_PRECOMPILE_HEADERS ON)
+endfunction()
 
 # kelda_library(NAME [FOLDER folder] [MAP file] [OUTPUT name VERSION version]
 #               SOURCES ... PUBLIC ... PRIVATE ...)

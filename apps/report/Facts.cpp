@@ -29,7 +29,7 @@ std::string host()
 }
 
 /// As a shell takes it.
-std::string quoted(const std::string& argument)
+std::string asTyped(const std::string& argument)
 {
     constexpr std::string_view plain = "-_./,:=+@%";
     bool isPlain = !argument.empty();
@@ -59,7 +59,7 @@ std::string commandLine()
         if (!text.empty()) {
             text += ' ';
         }
-        text += quoted(argument);
+        text += asTyped(argument);
     }
     return text;
 }
