@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <limits>
 #include <memory>
+#include <new>
 #include <string>
 
 #include <fcntl.h>
@@ -12,7 +13,8 @@
 
 namespace testSupport::virtualTime {
 
-/// The file in which a program's time is kept. Without it in the environment time is the real one.
+/// The file in which a program's time is kept; empty where nobody else has to do with it. Without
+/// it in the environment time is the real one.
 constexpr const char* fileVariable = "KELDA_VIRTUAL_TIME";
 
 constexpr std::int64_t never = std::numeric_limits<std::int64_t>::max();
@@ -37,6 +39,11 @@ using SharedPointer = std::unique_ptr<Shared, Unmap>;
 /// @return null when there is no such file
 inline SharedPointer map(const std::string& path)
 {
+    if (path.empty()) {
+        void* const memory = mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE,
+                                  MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        return SharedPointer(memory == MAP_FAILED ? nullptr : new (memory) Shared);
+    }
     const int file = open(path.c_str(), O_RDWR | O_CLOEXEC);
     if (file < 0) {
         return nullptr;
