@@ -6,10 +6,10 @@ maker=$1/scripts/nightly-page
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
-# night VERSION MACHINE <STEPS-AND-FIGURES: makes the page, and keeps the status.
+# night VERSION MACHINE [LOAD] <STEPS-AND-FIGURES: makes the page, and keeps the status.
 night() {
     {
-        printf 'version\t%s\ncommit\tabcdef\ndate\t2020-01-01\nmachine\t%s\n' "$1" "$2"
+        printf 'version\t%s\ncommit\tabcdef\ndate\t2020-01-01\nmachine\t%s\nload\t%s\n' "$1" "$2" "${3:-0.12}"
         sed 's/ *| */\t/g'
     } >"$work/facts"
     status=0
@@ -122,4 +122,7 @@ step | size | The sizes | 0 | 60 | 90
 figure | size | bytes | a library | 1100
 END
 told 'It is compared with Unreleased,'
+! grep -q 'other work' "$work/page" || fail 'told to be busy'
 worse 'a library'
+night Unreleased 'a box' 2.5 </dev/null
+told 'The machine had other work (its load was 2.5)'
