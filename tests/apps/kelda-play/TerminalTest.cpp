@@ -58,9 +58,12 @@ protected:
     TerminalTest() { clickRemoval.clear(); }
 
     /// Plays on a terminal that is so wide; what it shows is `out`.
+    /// @param resizeTo how wide it becomes meanwhile; 0: it stays
     int playOnTerminal(unsigned short columns, const std::string& arguments,
-                       const std::string& before = "")
+                       const std::string& before = "", unsigned short resizeTo = 0)
     {
+        time.beginAnew();
+        time.holdAt(std::chrono::milliseconds(700));
         const std::string command =
             "export TERM=xterm; unset NO_COLOR; " + before + player() + arguments;
         winsize size{24, columns, 0, 0};
@@ -70,15 +73,19 @@ protected:
             execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
             _exit(127);
         }
+        std::thread resizer([&] {
+            if (resizeTo != 0 && time.isHeld()) {
+                size.ws_col = resizeTo;
+                ioctl(terminal, TIOCSWINSZ, &size);
+            }
+            time.release();
+        });
         std::string shown;
         std::array<char, 4096> buffer{};
         for (ssize_t count = 0; (count = ::read(terminal, buffer.data(), buffer.size())) > 0;) {
             shown.append(buffer.data(), static_cast<std::size_t>(count));
-            if (resizeTo != 0 && shown.find('\r') != std::string::npos) {
-                size.ws_col = resizeTo;
-                ioctl(terminal, TIOCSWINSZ, &size);
-            }
         }
+        resizer.join();
         close(terminal);
         int status = 0;
         waitpid(process, &status, 0);
@@ -97,8 +104,6 @@ protected:
         }
         return lines;
     }
-
-    unsigned short resizeTo = 0;
 };
 
 std::size_t lengthOf(const std::string& text)
@@ -172,8 +177,8 @@ TEST_F(TerminalTest, FitsTheStatusLineToItsWidth)
 
 TEST_F(TerminalTest, FollowsItsWidth)
 {
-    resizeTo = 20;
-    ASSERT_EQ(playOnTerminal(110, patient + recording), 0) << out;
+    ASSERT_EQ(playOnTerminal(110, patient + recording, "", 20), 0) << out;
+    EXPECT_GT(drawings().front().size(), 50U);
     EXPECT_EQ(drawings().back().size(), 9U) << drawings().back();
 }
 
